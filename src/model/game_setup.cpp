@@ -1,0 +1,14 @@
+#include "model/game_setup.h"
+
+std::optional<RangeVector> player_range[2];
+double range_min[2] = {0, 0};
+double range_max[2] = {1, 1};
+CardMask flop_mask = 0;
+CardMask turn_mask = 0;
+CardMask river_mask = 0;
+double pot_first = 0;
+double pot_second = 0;
+double pot = 100;
+int effective_stack = 0;
+double rake_fraction = 0;
+double rake_cap = 0;

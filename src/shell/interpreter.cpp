@@ -1,0 +1,75 @@
+#include <cstdio>
+#include <cstdlib>
+#include <stdexcept>
+
+#include "shell/commands.h"
+#include "shell/process_watcher.h"
+#include "shell/settings.h"
+#include "shell/tokens.h"
+
+namespace {
+
+const CommandEntry* find_command(const std::string& name) {
+    for (const auto& entry : command_table())
+        if (name == entry.name) return &entry;
+    return nullptr;
+}
+
+void echo_line(const Tokens& tokens) {
+    std::lock_guard lock(output_mutex);
+    if (color_text) fputs("\x1b[32m", stdout);
+    fputs(join_tokens(tokens, 0, tokens.size()).c_str(), stdout);
+    if (color_text) fputs("\x1b[0m", stdout);
+    fputc('\n', stdout);
+}
+
+void dispatch(const Tokens& tokens) {
+    const CommandEntry* entry = find_command(tokens[0]);
+    if (!entry) {
+        reply("ERROR: Command %s not recognized\n", tokens[0].c_str());
+        return;
+    }
+    command_word = tokens[0];
+    if (entry->arg_count > 0 && static_cast<size_t>(entry->arg_count) != tokens.size())
+        throw_argument_error();
+    current_command = entry->name;
+    entry->handler(tokens);
+}
+
+}  // namespace
+
+void execute_tokens(const Tokens& tokens) {
+    // A line of blanks or empty quotes is an empty line.
+    if (tokens.empty()) return;
+    if (banned_process_found) {
+        reply("ERROR: banned process running: %s\n", banned_process_name().c_str());
+        return;
+    }
+    if (echo_commands) echo_line(tokens);
+    if (tokens.size() >= 2 && tokens[0] == "LABEL:") {
+        if (tokens[1] == skip_label) skip_label.clear();
+        return;
+    }
+    if (!skip_label.empty()) return;
+    if (tokens[0][0] == '#') return;
+    if (tokens[0] == "exit") {
+        stop_process_watcher();
+        fflush(stdout);
+        std::_Exit(0);
+    }
+    try {
+        dispatch(tokens);
+    } catch (const std::invalid_argument&) {
+        reply("Invalid value\n");
+    } catch (const std::out_of_range&) {
+        reply("Invalid value\n");
+    } catch (const std::runtime_error& error) {
+        reply_text(error.what());
+    }
+}
+
+void run_line(const std::string& line) {
+    execute_tokens(tokenise_line(line));
+    flush_replies();
+    fflush(stdout);
+}

@@ -1,0 +1,45 @@
+#include "shell/settings.h"
+
+#include <ctime>
+
+#include "model/game_setup.h"
+#include "shell/reply.h"
+
+int verbosity = 0;
+bool echo_commands = false;
+bool color_text = false;
+uint64_t start_time = 0;
+uint32_t random_state[4] = {123456789u, 362436u, 521288629u, 7654321u};
+bool front_end_mode = false;
+bool tagged_replies = false;
+
+bool comment_pass = false;
+std::string current_command;
+std::string command_word;
+std::string skip_label;
+
+int threads = 1;
+double accuracy_setting = 0;
+bool accuracy_is_fraction = false;
+double accuracy = 0;
+double recalc_accuracy[3] = {0, 0, 0};
+bool isomorphism_by_street[4] = {true, true, false, false};
+int compression_set = -1;
+int compression_level = 0;
+int scheduler = 1;
+std::atomic<bool> tree_ready{false};
+std::vector<std::string> tree_info_lines;
+
+uint64_t system_time_ticks() {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return static_cast<uint64_t>(now.tv_sec) * 10000000ull + static_cast<uint64_t>(now.tv_nsec) / 100;
+}
+
+void update_accuracy_target() {
+    accuracy = accuracy_is_fraction ? accuracy_setting * pot : accuracy_setting;
+    if (verbosity > 0) {
+        const double share = accuracy_is_fraction ? accuracy_setting : accuracy_setting / pot;
+        reply("[accuracy %.6g (%.6g fraction)]\n", accuracy, share);
+    }
+}
