@@ -4,7 +4,8 @@
 // standard input and every other line is the exact output expected after the
 // banner. "@args <text>" lines give command-line arguments, "@DIR@" in a
 // command or argument stands for the transcript's folder, and the program
-// runs in a fresh empty folder of its own.
+// runs in a fresh folder of its own holding a copy of the transcript folder's
+// fixtures/, so scripts can name each other by relative paths.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -80,6 +81,8 @@ TEST_P(TranscriptTest, OutputMatches) {
                                                        std::to_string(getpid()));
     fs::remove_all(work);
     fs::create_directories(work);
+    const fs::path fixtures = path.parent_path() / "fixtures";
+    if (fs::exists(fixtures)) fs::copy(fixtures, work / "fixtures", fs::copy_options::recursive);
     std::ofstream(work / "input.txt", std::ios::binary) << transcript.input;
     const std::string command = "cd '" + work.string() + "' && '" + TAVREK_BINARY + "'" + transcript.args +
                                 " < input.txt > output.txt 2> errors.txt";

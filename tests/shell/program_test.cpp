@@ -1,0 +1,135 @@
+// Drives the real program for what a transcript can't express: exit codes,
+// input without a final newline, files written by redirection.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "shell/process_watcher.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct ProgramRun {
+    int exit_code;
+    std::string output;
+};
+
+class ProgramTest : public testing::Test {
+protected:
+    void SetUp() override {
+        work = fs::temp_directory_path() /
+               ("tavrek_program_" + std::string(testing::UnitTest::GetInstance()->current_test_info()->name()));
+        fs::remove_all(work);
+        fs::create_directories(work);
+    }
+    void TearDown() override { fs::remove_all(work); }
+
+    std::string read(const std::string& name) {
+        std::ifstream file(work / name, std::ios::binary);
+        std::stringstream text;
+        text << file.rdbuf();
+        return text.str();
+    }
+    void write(const std::string& name, const std::string& text) {
+        std::ofstream(work / name, std::ios::binary) << text;
+    }
+    ProgramRun run(const std::string& args, const std::string& input) {
+        write("input.txt", input);
+        const std::string command = "cd '" + work.string() + "' && '" TAVREK_BINARY "' " + args +
+                                    " < input.txt > output.txt 2> errors.txt";
+        const int status = std::system(command.c_str());
+        return {WEXITSTATUS(status), read("output.txt")};
+    }
+    // Output without the two banner lines.
+    static std::string body(const std::string& output) {
+        const size_t first = output.find('\n');
+        const size_t second = output.find('\n', first + 1);
+        return output.substr(second + 1);
+    }
+
+    fs::path work;
+};
+
+TEST_F(ProgramTest, EndOfInputRules) {
+    ProgramRun run_result = run("", "is_ready\n\nis_ready");
+    EXPECT_EQ(run_result.exit_code, 0);
+    EXPECT_EQ(body(run_result.output), "is_ready ok!\n");  // the unterminated last line is dropped
+    EXPECT_EQ(run_result.output.rfind("Tavrek (Marlune) build 1044 (Dec 23 2019, 19:17:32) \n", 0), 0u);
+}
+
+TEST_F(ProgramTest, ExitEndsAtOnceWithoutFlushing) {
+    write("script.txt", "echo from-script\n");
+    ProgramRun run_result = run("-c \"echo lost\" -c \"exit\" script.txt", "echo from-input\n");
+    EXPECT_EQ(run_result.exit_code, 0);
+    EXPECT_EQ(body(run_result.output), "");
+    run_result = run("script.txt", "echo from-input\nexit\necho never\n");
+    EXPECT_EQ(body(run_result.output), "from-script\nfrom-input\n");
+}
+
+TEST_F(ProgramTest, StartUpFailures) {
+    ProgramRun run_result = run("missing.txt", "is_ready\n");
+    EXPECT_EQ(run_result.exit_code, 1);
+    EXPECT_EQ(body(run_result.output), "ERROR: can't find file 'missing.txt'\n");
+    fs::create_directories(work / "folder");
+    EXPECT_EQ(run("folder", "").exit_code, 1);
+    run_result = run("--port notanumber", "is_ready\n");
+    EXPECT_EQ(run_result.exit_code, 1);
+    EXPECT_EQ(run_result.output, "");
+    EXPECT_NE(read("errors.txt").find("error: "), std::string::npos);
+    run_result = run("--version", "");
+    EXPECT_EQ(run_result.exit_code, 0);
+    EXPECT_NE(run_result.output.find("1044"), std::string::npos);
+}
+
+TEST_F(ProgramTest, RedirectionWritesAndAppendsToFiles) {
+    const ProgramRun run_result = run("",
+                               "stdoutredi out.txt\necho one\nstdoutback\necho console\n"
+                               "stdoutredi_append out.txt\necho two\nstdoutback\n"
+                               "stdoutredi fresh.txt\necho three\nstdoutredi no/such/folder/x.txt\nstdoutback\n");
+    EXPECT_EQ(read("out.txt"), "stdoutredi ok!\none\nstdoutredi_append ok!\ntwo\n");
+    EXPECT_EQ(read("fresh.txt"), "stdoutredi ok!\nthree\nERROR: stdoutredi can't open file\n");
+    EXPECT_EQ(body(run_result.output), "stdoutback ok!\nconsole\nstdoutback ok!\nstdoutback ok!\n");
+}
+
+TEST_F(ProgramTest, HelpListsSortedNamesWithoutAliases) {
+    const std::string output = body(run("", "help\n").output);
+    std::istringstream lines(output);
+    std::string line, previous;
+    int count = 0;
+    while (std::getline(lines, line) && line != "END") {
+        EXPECT_NE(line.rfind("ai6_", 0), 0u) << line;
+        EXPECT_LT(previous, line);
+        previous = line;
+        ++count;
+    }
+    EXPECT_EQ(line, "END");
+    EXPECT_GT(count, 20);
+    EXPECT_NE(output.find("\nset_threads\n"), std::string::npos);
+}
+
+TEST_F(ProgramTest, WatcherMatchesNamePrefixesInAProcessList) {
+    const fs::path proc = work / "proc";
+    auto add_process = [&](const std::string& pid, const std::string& comm) {
+        fs::create_directories(proc / pid);
+        std::ofstream(proc / pid / "comm") << comm << "\n";
+    };
+    add_process("1", "init");
+    add_process("22", "pokerstars");  // the match regards case
+    add_process("self", "PokerStars");  // not a process number
+    EXPECT_FALSE(scan_for_banned_process(proc.string()));
+    EXPECT_EQ(banned_process_name(), "");
+    add_process("333", "PokerStarsUpdat");
+    EXPECT_TRUE(scan_for_banned_process(proc.string()));
+    EXPECT_EQ(banned_process_name(), "PokerStarsUpdat");
+    fs::remove_all(proc / "333");
+    add_process("4444", "FullTiltPoker");
+    EXPECT_TRUE(scan_for_banned_process(proc.string()));
+    EXPECT_EQ(banned_process_name(), "FullTiltPoker");
+    EXPECT_FALSE(scan_for_banned_process((work / "nothing").string()));
+}
+
+}  // namespace
