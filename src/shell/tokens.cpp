@@ -4,24 +4,30 @@
 #include <stdexcept>
 
 Tokens tokenise_line(std::string_view line) {
+    // Works span by span rather than byte by byte, so a long line costs one
+    // pass of searches and one copy per token.
     Tokens tokens;
     std::string current;
+    auto finish_token = [&] {
+        if (!current.empty()) tokens.push_back(std::move(current));
+        current.clear();
+    };
     bool in_quotes = false;
-    for (size_t i = 0; i <= line.size(); ++i) {
-        const bool at_end = i == line.size();
-        const char c = at_end ? '\0' : line[i];
-        if (at_end || (c == '"' && in_quotes) || (c == ' ' && !in_quotes)) {
-            if (!current.empty()) {
-                tokens.push_back(std::move(current));
-                current.clear();
-            }
+    size_t at = 0;
+    while (at < line.size()) {
+        const size_t stop = in_quotes ? line.find('"', at) : line.find_first_of(" \"", at);
+        const size_t span_end = stop == std::string_view::npos ? line.size() : stop;
+        current.append(line.data() + at, span_end - at);
+        if (span_end == line.size()) break;
+        if (in_quotes || line[span_end] == ' ') {
+            finish_token();
             in_quotes = false;
-        } else if (c == '"') {
-            in_quotes = true;
         } else {
-            current.push_back(c);
+            in_quotes = true;
         }
+        at = span_end + 1;
     }
+    finish_token();
     return tokens;
 }
 
