@@ -61,6 +61,12 @@ constexpr LaneMask lane_mask_of(CardMask cards) {
            ((cards >> 39) & 0x1FFF) << 48;
 }
 
+// Suits that hold five cards or more, as pairs of bits: bits 2 * suit and
+// 2 * suit + 1. The first counts the four lanes side by side in one vector
+// register; the second is its plain reference.
+uint32_t five_card_suits(LaneMask cards);
+uint32_t five_card_suits_scalar(LaneMask cards);
+
 // One function per card count; the mask must hold exactly that many cards.
 // Each knows which shapes its count allows; all give the same value for the
 // same best hand.

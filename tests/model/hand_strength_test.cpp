@@ -1,0 +1,144 @@
+#include "model/hand_strength.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "model/cards.h"
+#include "model/reference_hand_value.h"
+
+namespace {
+
+class HandStrength : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(init_hand_strength_tables()); }
+};
+
+HandValue value_of(const std::string& text) {
+    CardMask mask = parse_cards(text);
+    Card cards[7];
+    int count = 0;
+    for (; mask && count < 7; mask &= mask - 1) cards[count++] = __builtin_ctzll(mask);
+    return hand_value(cards, count);
+}
+
+// Compares one hand, cards ascending, with the reference; reports the first few misses.
+void check_hand(const Card* cards, int count, int& mismatches) {
+    const HandValue expected = reference_hand_value(cards, count);
+    const HandValue got = hand_value(cards, count);
+    if (got != expected && ++mismatches <= 5) {
+        CardMask mask = 0;
+        for (int i = 0; i < count; ++i) mask |= card_bit(cards[i]);
+        ADD_FAILURE() << cards_to_text(mask) << ": got " << std::hex << got << ", expected " << expected;
+    }
+}
+
+TEST_F(HandStrength, AgreesWithReferenceOnEveryHandOfThreeFourAndFiveCards) {
+    for (int count = 3; count <= 5; ++count) {
+        int mismatches = 0;
+        Card cards[5];
+        for (int i = 0; i < count; ++i) cards[i] = i;
+        while (true) {
+            check_hand(cards, count, mismatches);
+            // Next hand: advance the rightmost card that has room, reset those after it.
+            int i = count - 1;
+            while (i >= 0 && cards[i] == 52 - count + i) --i;
+            if (i < 0) break;
+            ++cards[i];
+            for (int j = i + 1; j < count; ++j) cards[j] = cards[j - 1] + 1;
+        }
+        EXPECT_EQ(mismatches, 0) << count << " cards";
+    }
+}
+
+TEST_F(HandStrength, AgreesWithReferenceOnRandomSixAndSevenCardHands) {
+    std::mt19937_64 random(20240601);
+    bool category_seen[9] = {};
+    for (int count = 6; count <= 7; ++count) {
+        int mismatches = 0;
+        for (int sample = 0; sample < (count == 6 ? 1'500'000 : 3'000'000); ++sample) {
+            CardMask mask = 0;
+            while (__builtin_popcountll(mask) < count) mask |= card_bit(static_cast<Card>(random() % 52));
+            Card cards[7];
+            int taken = 0;
+            for (CardMask rest = mask; rest; rest &= rest - 1) cards[taken++] = __builtin_ctzll(rest);
+            check_hand(cards, count, mismatches);
+            category_seen[hand_category(hand_value(cards, count))] = true;
+        }
+        EXPECT_EQ(mismatches, 0) << count << " cards";
+    }
+    for (int category = 0; category < 9; ++category) EXPECT_TRUE(category_seen[category]) << category;
+}
+
+TEST_F(HandStrength, StraightsAndFlushes) {
+    // The wheel is the lowest straight, below the six-high one.
+    EXPECT_EQ(value_of("As2d3c4h5s"), 0x4030000u);
+    EXPECT_EQ(value_of("2d3c4h5s6s"), 0x4040000u);
+    EXPECT_LT(value_of("As2d3c4h5s"), value_of("2d3c4h5s6s"));
+    // Two straights in seven cards: the higher one counts.
+    EXPECT_EQ(value_of("4c5d6h7s8c9dTh"), 0x4080000u);
+    EXPECT_EQ(value_of("As2d3c4h5s6d9h"), 0x4040000u);
+    // A flush beats a straight with a higher top card.
+    const HandValue flush = value_of("2h4h6h8h9hTcJd");
+    EXPECT_EQ(hand_category(flush), category_flush);
+    EXPECT_LT(value_of("7c8d9hTsJc2d3d"), flush);
+    // The steel wheel: straight flush topped by the five.
+    EXPECT_EQ(value_of("Ah2h3h4h5hKdKc"), 0x8030000u);
+    // A six-card flush that holds a straight flush only with its sixth card.
+    EXPECT_EQ(value_of("3s4s5s6s7s9sKd"), 0x8050000u);
+}
+
+TEST_F(HandStrength, PairedShapesOfSixAndSevenCards) {
+    // Three pairs: the third pair's rank can be the kicker.
+    EXPECT_EQ(value_of("AsAdKsKdQsQd2c"), 0x20CBA00u);
+    EXPECT_EQ(value_of("AsAdKsKd3s3dQc"), 0x20CBA00u);
+    EXPECT_EQ(value_of("AsAdKsKdQsQd"), 0x20CBA00u);
+    // Two sets of trips: a full house of the higher over the lower.
+    EXPECT_EQ(value_of("9s9d9cTsTdTc2h"), 0x6087000u);
+    EXPECT_EQ(value_of("9s9d9c2s2d2h"), 0x6070000u);
+    // Trips with two pairs: the higher pair fills.
+    EXPECT_EQ(value_of("5s5d5c3s3dKsKd"), 0x603B000u);
+    // Quads with a set beside them: the set's rank is only the kicker.
+    EXPECT_EQ(value_of("4s4d4c4hAsAdAc"), 0x702C000u);
+}
+
+TEST_F(HandStrength, ShortHandsAndOtherCounts) {
+    // Bare boards keep the nibbles left-justified.
+    EXPECT_EQ(value_of("Ks7d2c"), 0x00B5000u);
+    EXPECT_EQ(value_of("KsKd2c"), 0x10B0000u);
+    EXPECT_EQ(value_of("9s9d9c9h"), 0x7070000u);
+    // Counts outside three to seven give 0.
+    const Card two[] = {make_card(12, 0), make_card(12, 1)};
+    EXPECT_EQ(hand_value(two, 2), 0u);
+    const Card eight[] = {0, 1, 2, 3, 4, 5, 6, 7};
+    EXPECT_EQ(hand_value(eight, 8), 0u);
+    // The tables are built once; a second call keeps them.
+    EXPECT_TRUE(init_hand_strength_tables());
+    EXPECT_EQ(value_of("As2d3c4h5s"), 0x4030000u);
+}
+
+TEST(LaneMask, ConversionFromCardMaskMatchesCardByCard) {
+    std::mt19937_64 random(7);
+    for (int sample = 0; sample < 1000; ++sample) {
+        const CardMask cards = random() & ((CardMask{1} << 52) - 1);
+        LaneMask expected = 0;
+        for (Card card = 0; card < 52; ++card)
+            if (cards & card_bit(card)) expected |= LaneMask{1} << (card % 13 + (card / 13) * 16);
+        EXPECT_EQ(lane_mask_of(cards), expected);
+    }
+}
+
+TEST(FiveCardSuits, VectorCountAgreesWithScalar) {
+    // Every content of one lane, in each suit, on top of random other lanes.
+    std::mt19937_64 random(11);
+    for (int suit = 0; suit < 4; ++suit) {
+        for (LaneMask lane = 0; lane < 0x2000; ++lane) {
+            const LaneMask others = random() & 0x1FFF1FFF1FFF1FFF & ~(LaneMask{0xFFFF} << (16 * suit));
+            const LaneMask cards = others | lane << (16 * suit);
+            ASSERT_EQ(five_card_suits(cards), five_card_suits_scalar(cards)) << std::hex << cards;
+        }
+    }
+    EXPECT_EQ(five_card_suits_scalar(lane_mask_of(parse_cards("2h3h4h5h7h"))), 0x30u);
+}
+
+}  // namespace
