@@ -13,6 +13,9 @@
 #include <tclap/CmdLine.h>
 
 #include "model/cards.h"
+#include "model/hand_strength.h"
+#include "shell/avx_gate.h"
+#include "shell/cpu_info.h"
 #include "shell/commands.h"
 #include "shell/process_watcher.h"
 #include "shell/settings.h"
@@ -42,7 +45,7 @@ void seed_random_state() {
 void print_banner() {
     if (color_text) fputs("\x1b[33m", stdout);
     printf("Tavrek (Marlune) build %s (Dec 23 2019, 19:17:32) \n", build_number);
-    printf("built with g++ %s, %d threads available\n", __VERSION__, threads);
+    printf("g++ %s build, %s instruction set, %d threads\n", __VERSION__, best_instruction_set(), threads);
     if (color_text) fputs("\x1b[0m", stdout);
     if (verbosity > 0) printf("[verbosity %d]\n", verbosity);
     fflush(stdout);
@@ -107,14 +110,12 @@ void serve_standard_input() {
 }
 
 int run(int argc, char** argv) {
-    if (!__builtin_cpu_supports("avx")) {
-        fputs("Error: AVX-compatible CPU is required.\n", stderr);
-        return 1;
-    }
+    if (!check_avx_requirement()) return 1;
     seed_random_state();
     Options options;
     if (!parse_options(argc, argv, options)) return 1;
     start_process_watcher();
+    init_hand_strength_tables();
     // Above normal priority for the thread that serves the client; a refusal
     // (no privilege) is harmless.
     setpriority(PRIO_PROCESS, 0, -1);
