@@ -1,0 +1,38 @@
+#include "storage/memory_blocks.h"
+
+#include <sys/mman.h>
+#include <tbb/scalable_allocator.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "shell/reply.h"
+
+void* allocate_flat_block(size_t bytes) {
+    if (bytes == 0) return nullptr;
+    // Anonymous pages come zero-filled, so an opened store reads as all zeros
+    // without a pass over it.
+    void* block = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    return block == MAP_FAILED ? nullptr : block;
+}
+
+void free_flat_block(void* block, size_t bytes) {
+    if (!block) return;
+    if (munmap(block, bytes) != 0) fail("VirtualFree fail");
+}
+
+void* allocate_scalable(size_t bytes, size_t alignment) {
+    // A zero-byte request still gets a block, so that a null pointer always
+    // means failure.
+    void* block = scalable_aligned_malloc(bytes ? bytes : 1, alignment);
+    if (!block) {
+        printf("out of memory\n");
+        fflush(stdout);
+        std::abort();
+    }
+    return block;
+}
+
+void free_scalable(void* block) {
+    if (block) scalable_aligned_free(block);
+}

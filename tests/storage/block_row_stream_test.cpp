@@ -1,0 +1,222 @@
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <random>
+#include <stdexcept>
+#include <vector>
+
+#include "storage/block_row_code.h"
+#include "storage/block_row_stream.h"
+#include "storage/memory_channel.h"
+
+namespace {
+
+// The rows of one group's pass: 16-bit regrets of several actions over
+// river boards of falling hand counts, then 32-bit strategy sums.
+struct GroupRows {
+    std::vector<std::vector<uint16_t>> narrow;
+    std::vector<std::vector<uint32_t>> wide;
+};
+
+GroupRows make_rows(std::mt19937& random, int boards, int largest_hands) {
+    GroupRows rows;
+    for (int b = 0; b < boards; ++b) {
+        const int hands = static_cast<int>(random() % (largest_hands + 1));
+        for (int action = 0; action < 3; ++action) {
+            std::vector<uint16_t> narrow(hands);
+            std::vector<uint32_t> wide(hands);
+            for (int h = 0; h < hands; ++h) {
+                narrow[h] = random() % 3 == 0 ? static_cast<uint16_t>(random() >> (random() % 32)) : 0;
+                wide[h] = static_cast<uint32_t>(random() >> (random() % 32));
+            }
+            rows.narrow.push_back(narrow);
+            rows.wide.push_back(wide);
+        }
+    }
+    return rows;
+}
+
+int64_t reserve_for(const GroupRows& rows, int value_bytes) {
+    int64_t values = 0;
+    for (const auto& row : rows.narrow) values += (row.size() + 3) & ~size_t{3};
+    return block_stream_reserve_limit(values, value_bytes);
+}
+
+void write_pass(BlockRowStream& stream, const GroupRows& rows, bool wide) {
+    stream.begin_write();
+    for (size_t r = 0; r < rows.narrow.size(); ++r) {
+        const int n = static_cast<int>(rows.narrow[r].size());
+        // A previous row is passed where the walk would pass one; this code
+        // does not use it.
+        if (wide) {
+            stream.put_row32(rows.wide[r].data(), r > 0 ? rows.wide[r - 1].data() : nullptr, n);
+        } else {
+            stream.put_row16(rows.narrow[r].data(), r > 0 ? rows.narrow[r - 1].data() : nullptr, n);
+        }
+    }
+    stream.end_write();
+}
+
+void expect_read_pass(BlockRowStream& stream, const GroupRows& rows, bool wide) {
+    ASSERT_TRUE(stream.has_data());
+    stream.begin_read();
+    for (size_t r = 0; r < rows.narrow.size(); ++r) {
+        const int n = static_cast<int>(rows.narrow[r].size());
+        if (wide) {
+            std::vector<uint32_t> row(n);
+            stream.get_row32(row.data(), nullptr, n);
+            ASSERT_EQ(row, rows.wide[r]) << "row " << r;
+        } else {
+            std::vector<uint16_t> row(n);
+            stream.get_row16(row.data(), nullptr, n);
+            ASSERT_EQ(row, rows.narrow[r]) << "row " << r;
+        }
+    }
+    stream.end_read();
+}
+
+}  // namespace
+
+TEST(BlockRowStream, PassesOfBothWidthsReadBackInOrder) {
+    std::mt19937 random(42);
+    for (bool wide : {false, true}) {
+        const GroupRows first = make_rows(random, 44, 1326);
+        BlockRowStream stream(reserve_for(first, wide ? 4 : 2));
+        EXPECT_FALSE(stream.has_data());
+
+        const int64_t written_before = storage_write_bytes;
+        write_pass(stream, first, wide);
+        uint64_t raw = 0;
+        for (const auto& row : first.narrow) raw += row.size() * (wide ? 4 : 2);
+        EXPECT_EQ(stream.raw_bytes, raw);
+        EXPECT_EQ(storage_write_bytes - written_before, stream.position);
+        EXPECT_LE(stream.position, stream.capacity);
+        EXPECT_EQ(stream.block.logical, stream.capacity);
+
+        const int64_t read_before = storage_read_bytes;
+        expect_read_pass(stream, first, wide);
+        EXPECT_EQ(storage_read_bytes - read_before, stream.position);
+        // A pass that was not modified is read again as it stands.
+        expect_read_pass(stream, first, wide);
+
+        // The next iteration writes fewer, smaller rows into the same pages.
+        const int64_t high = stream.block.high_commit;
+        uint8_t* const base = stream.block.base;
+        const GroupRows second = make_rows(random, 10, 300);
+        write_pass(stream, second, wide);
+        EXPECT_EQ(stream.block.high_commit, high);
+        EXPECT_EQ(stream.block.base, base);
+        expect_read_pass(stream, second, wide);
+
+        // A pass of no rows leaves nothing to read.
+        write_pass(stream, GroupRows{}, wide);
+        EXPECT_FALSE(stream.has_data());
+    }
+}
+
+TEST(BlockRowStream, IncompressibleRowsFitTheReserveOfTheirValues) {
+    // Every value at the widest code, rows of every length class: the worst
+    // case the reserve is sized for.
+    for (int hands : {1, 7, 9, 31, 33, 36, 44, 47, 1324, 1326}) {
+        for (bool wide : {false, true}) {
+            GroupRows rows;
+            for (int r = 0; r < 48 * 4; ++r) {
+                rows.narrow.emplace_back(hands, uint16_t{65535});
+                rows.wide.emplace_back(hands, 0xffffffffu);
+            }
+            BlockRowStream stream(reserve_for(rows, wide ? 4 : 2));
+            write_pass(stream, rows, wide);
+            expect_read_pass(stream, rows, wide);
+        }
+    }
+}
+
+TEST(BlockRowStream, SectionSavesAndLoadsTheRows) {
+    std::mt19937 random(7);
+    const GroupRows rows = make_rows(random, 20, 1000);
+    BlockRowStream stream(reserve_for(rows, 2));
+    write_pass(stream, rows, false);
+
+    MemoryChannel channel(7);
+    stream.save(channel);
+    ASSERT_EQ(channel.bytes.size(), 4 + 8 + 8 + static_cast<size_t>(stream.block.logical));
+    int32_t capacity;
+    uint64_t limit, size;
+    std::memcpy(&capacity, channel.bytes.data(), 4);
+    std::memcpy(&limit, channel.bytes.data() + 4, 8);
+    std::memcpy(&size, channel.bytes.data() + 12, 8);
+    EXPECT_EQ(capacity, stream.capacity);
+    EXPECT_EQ(limit, static_cast<uint64_t>(stream.block.reserve_limit));
+    EXPECT_EQ(size, static_cast<uint64_t>(stream.block.logical));
+
+    // The loaded stream takes the stored limit, whatever it was made with.
+    channel.rewind();
+    BlockRowStream loaded(16384);
+    loaded.load(channel);
+    EXPECT_EQ(loaded.block.reserve_limit, stream.block.reserve_limit);
+    EXPECT_TRUE(channel.at_end());
+    expect_read_pass(loaded, rows, false);
+
+    // An empty stream saves and loads as one without data.
+    MemoryChannel empty_channel(7);
+    BlockRowStream(16384).save(empty_channel);
+    EXPECT_EQ(empty_channel.bytes.size(), 20u);
+    empty_channel.rewind();
+    BlockRowStream empty(16384);
+    empty.load(empty_channel);
+    EXPECT_FALSE(empty.has_data());
+}
+
+TEST(BlockRowStream, InconsistentSectionsAreRefused) {
+    struct Section {
+        int32_t capacity;
+        uint64_t limit;
+        uint64_t size;
+    };
+    // Rows beyond the stored limit; a limit that is no whole number of commit
+    // steps; more bytes promised than stored; a negative capacity.
+    for (const Section& s : {Section{100, 16384, 20000}, Section{10, 16000, 10}, Section{200, 16384, 100},
+                             Section{-1, 16384, 0}}) {
+        MemoryChannel channel(7);
+        channel.bytes.resize(20 + s.size);
+        std::memcpy(channel.bytes.data(), &s.capacity, 4);
+        std::memcpy(channel.bytes.data() + 4, &s.limit, 8);
+        std::memcpy(channel.bytes.data() + 12, &s.size, 8);
+        channel.rewind();
+        BlockRowStream stream(16384);
+        try {
+            stream.load(channel);
+            ADD_FAILURE() << "section accepted: " << s.capacity << " " << s.limit << " " << s.size;
+        } catch (const std::runtime_error& error) {
+            EXPECT_NE(std::string(error.what()).find("invalid file"), std::string::npos) << error.what();
+        }
+    }
+}
+
+TEST(BlockRowStreamDeathTest, ReadingPastTheRowsIsFatal) {
+    EXPECT_EXIT(
+        {
+            dup2(STDERR_FILENO, STDOUT_FILENO);
+            BlockRowStream stream(1 << 16);
+            std::vector<uint16_t> row(40, 3);
+            stream.begin_write();
+            stream.put_row16(row.data(), nullptr, 40);
+            stream.end_write();
+            stream.begin_read();
+            stream.get_row16(row.data(), nullptr, 40);
+            // Past the one row are only the bytes promised to it; each read
+            // takes at least two of them.
+            for (int r = 0; r < 100; ++r) stream.get_row16(row.data(), nullptr, 40);
+        },
+        testing::ExitedWithCode(1), "^fail \\(row stream overrun\\)\n$");
+    EXPECT_EXIT(
+        {
+            dup2(STDERR_FILENO, STDOUT_FILENO);
+            BlockRowStream stream(16384);
+            std::vector<uint16_t> row(1326, 65535);
+            stream.begin_write();
+            for (int r = 0; r < 10; ++r) stream.put_row16(row.data(), nullptr, 1326);
+        },
+        testing::ExitedWithCode(1), "^out of memory \\(not enough reserved\\)\n$");
+}

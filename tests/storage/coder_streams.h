@@ -1,0 +1,71 @@
+// Test support for the coders: the 24 byte streams in memory, a callback
+// over them for writing and one for reading, and row generators.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "storage/codec.h"
+
+struct MemoryStreams {
+    std::vector<uint8_t> bytes[codec_stream_count];
+    size_t read_at[codec_stream_count] = {};
+
+    static size_t append(void* context, int stream, void* data, size_t count) {
+        auto& self = *static_cast<MemoryStreams*>(context);
+        const auto* from = static_cast<const uint8_t*>(data);
+        self.bytes[stream].insert(self.bytes[stream].end(), from, from + count);
+        return count;
+    }
+    static size_t take(void* context, int stream, void* data, size_t count) {
+        auto& self = *static_cast<MemoryStreams*>(context);
+        const size_t left = self.bytes[stream].size() - self.read_at[stream];
+        const size_t given = std::min(count, left);
+        if (given) std::memcpy(data, self.bytes[stream].data() + self.read_at[stream], given);
+        self.read_at[stream] += given;
+        return given;
+    }
+
+    StreamCallback writing() { return {append, this}; }
+    StreamCallback reading() {
+        std::fill(std::begin(read_at), std::end(read_at), size_t{0});
+        return {take, this};
+    }
+    size_t total_bytes() const {
+        size_t total = 0;
+        for (const auto& stream : bytes) total += stream.size();
+        return total;
+    }
+};
+
+// Rows shaped like stored regrets and strategy sums: runs of zeros and of
+// similar values, a few large ones.
+inline std::vector<uint32_t> sample_row(std::mt19937& random, int count, uint32_t largest, double zero_share) {
+    std::vector<uint32_t> row(static_cast<size_t>(count));
+    std::uniform_real_distribution<double> unit(0.0, 1.0);
+    uint32_t current = 0;
+    for (auto& value : row) {
+        if (unit(random) < 0.3) {
+            current = unit(random) < zero_share
+                          ? 0
+                          : static_cast<uint32_t>(std::min<double>(largest, std::exp(unit(random) * std::log(largest + 1.0))));
+        }
+        value = current;
+    }
+    return row;
+}
+
+// The same row after a small change, as the next river card's row looks.
+inline std::vector<uint32_t> nudged_row(std::mt19937& random, const std::vector<uint32_t>& row, uint32_t largest) {
+    std::vector<uint32_t> next = row;
+    std::uniform_int_distribution<int> change(-3, 3);
+    for (auto& value : next) {
+        if (value == 0) continue;
+        const int64_t moved = static_cast<int64_t>(value) + change(random);
+        value = static_cast<uint32_t>(std::clamp<int64_t>(moved, 0, largest));
+    }
+    return next;
+}

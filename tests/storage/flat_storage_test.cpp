@@ -1,0 +1,361 @@
+// The flat stores against a plain model of the rules, written out here
+// independently of the stores' own kernels.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+#include <vector>
+
+#include "storage/arena_storage.h"
+#include "storage/float_row_storage.h"
+#include "storage/memory_channel.h"
+
+namespace {
+
+using Rows = std::vector<std::vector<float>>;  // rows[a][h]
+
+// Rows with the pointer array the stores take.
+struct Table {
+    Rows rows;
+    std::vector<float*> pointers;
+
+    explicit Table(Rows values) : rows(std::move(values)) {
+        for (auto& row : rows) pointers.push_back(row.data());
+    }
+    Table(int actions, int hands) : Table(Rows(actions, std::vector<float>(hands, -1.0f))) {}
+};
+
+Rows read(const Storage& storage, int actions, int group, int row, std::vector<float> defaults) {
+    Table table(actions, storage.row_length(group, row));
+    storage.read_strategy(table.pointers.data(), group, row, defaults);
+    return table.rows;
+}
+
+// Regret matching with per-action defaults.
+Rows strategy_model(const Rows& values, const std::vector<float>& defaults) {
+    Rows result = values;
+    for (size_t h = 0; h < values[0].size(); ++h) {
+        float sum = 0;
+        for (const auto& row : values) sum += row[h];
+        for (size_t a = 0; a < values.size(); ++a)
+            result[a][h] = sum >= 1.1754944e-38f ? values[a][h] / sum : defaults[a];
+    }
+    return result;
+}
+
+float f32_regret_model(float old, float d) {
+    const float root = std::sqrt(std::fabs(d));
+    const float next = old + (d < 0 ? -1.0f : 1.0f) * root * std::sqrt(root);
+    return next < 1.1754944e-38f ? 0.0f : next;
+}
+
+void expect_near(const Rows& actual, const Rows& expected) {
+    for (size_t a = 0; a < expected.size(); ++a)
+        for (size_t h = 0; h < expected[a].size(); ++h)
+            EXPECT_NEAR(actual[a][h], expected[a][h], 2e-6f * std::fabs(expected[a][h]) + 1e-30f) << a << " " << h;
+}
+
+void set_mask(LockRecord& record, const std::vector<uint8_t>& mask) {
+    record.flags |= lock_flag_mask;
+    record.lock_mask = std::make_unique<uint8_t[]>(mask.size());
+    std::copy(mask.begin(), mask.end(), record.lock_mask.get());
+    record.lock_mask_length = int(mask.size());
+}
+
+Rows random_rows(std::mt19937& random, int actions, int hands, float low, float high) {
+    std::uniform_real_distribution<float> pick(low, high);
+    Rows rows(actions, std::vector<float>(hands));
+    for (auto& row : rows)
+        for (float& v : row) v = pick(random);
+    return rows;
+}
+
+RowLayout small_layout(int actions) {
+    // Rows (0,0) 5 hands at 0, (0,1) 9 hands at 8A, (1,0) 12 hands at 20A.
+    const std::vector<int> first = {5, 9}, second = {12};
+    const std::vector<std::span<const int>> groups = {first, second};
+    return make_row_layout(actions, groups);
+}
+
+TEST(FloatRowStorage, ReadsDefaultsPerActionUntilRowsHoldRegret) {
+    FloatRowStorage storage(3, 11);
+    EXPECT_EQ(storage.value_count(-1), 33);
+    const std::vector<float> training = {0.9f, 0.05f, 0.05f};
+    // Before open and right after it, every hand plays the defaults.
+    for (int pass = 0; pass < 2; ++pass) {
+        expect_near(read(storage, 3, -1, -1, training),
+                    {std::vector<float>(11, 0.9f), std::vector<float>(11, 0.05f), std::vector<float>(11, 0.05f)});
+        ASSERT_TRUE(storage.open());
+    }
+    std::mt19937 random(7);
+    Rows values = random_rows(random, 3, 11, 0.0f, 5.0f);
+    for (int a = 0; a < 3; ++a) values[a][4] = values[a][6] = 0.0f;  // no regret at all
+    values[0][6] = 1e-39f;                                           // a sum below the smallest normal
+    for (int a = 0; a < 3; ++a) storage.write_row(-1, -1, a, values[a].data());
+    const Rows strategy = read(storage, 3, -1, -1, training);
+    expect_near(strategy, strategy_model(values, training));
+    EXPECT_EQ(strategy[0][6], 0.9f);
+}
+
+TEST(FloatRowStorage, UpdatesFollowTheModelAndSkipFrozenHands) {
+    const int hands = 21;
+    FloatRowStorage storage(2, hands);
+    ASSERT_TRUE(storage.open());
+    std::vector<uint8_t> mask(hands, 0);
+    mask[3] = mask[12] = 1;
+    set_mask(*storage.lock_record(-1, -1), mask);
+
+    std::mt19937 random(11);
+    Rows model(2, std::vector<float>(hands, 0.0f));
+    for (int step = 0; step < 6; ++step) {
+        const std::vector<float> node = random_rows(random, 1, hands, -3.0f, 3.0f)[0];
+        Table actions(random_rows(random, 2, hands, -3.0f, 3.0f));
+        if (step == 2) actions.pointers[1] = nullptr;  // an absent row is all zero
+        storage.update_regrets(-1, -1, node.data(), actions.pointers.data(), {}, 1.0);
+        for (int a = 0; a < 2; ++a)
+            for (int h = 0; h < hands; ++h)
+                if (!mask[h]) model[a][h] = f32_regret_model(model[a][h], (actions.pointers[a] ? actions.rows[a][h] : 0.0f) - node[h]);
+    }
+    for (int a = 0; a < 2; ++a)
+        for (int h = 0; h < hands; ++h) EXPECT_FLOAT_EQ(storage.action_row(a)[h], model[a][h]) << a << " " << h;
+
+    // Strategy sums: w * strategy * reach, nothing without reach or weight.
+    FloatRowStorage sums(2, hands);
+    ASSERT_TRUE(sums.open());
+    const Table strategy(random_rows(random, 2, hands, 0.0f, 1.0f));
+    const std::vector<float> reach = random_rows(random, 1, hands, 0.0f, 2.0f)[0];
+    sums.add_strategy(-1, -1, strategy.pointers.data(), reach.data(), 3.5f);
+    sums.add_strategy(-1, -1, strategy.pointers.data(), nullptr, 3.5f);
+    sums.add_strategy(-1, -1, strategy.pointers.data(), reach.data(), 0.0f);
+    sums.add_strategy(-1, -1, strategy.pointers.data(), reach.data(), 2.0f);
+    for (int a = 0; a < 2; ++a)
+        for (int h = 0; h < hands; ++h)
+            EXPECT_NEAR(sums.action_row(a)[h], 5.5f * strategy.rows[a][h] * reach[h], 1e-5f);
+}
+
+TEST(TurnRowStorage, ForwardsEachTurnGroupToItsOwnBoardAndSavesThemInOrder) {
+    const std::vector<int> hand_counts = {4, 9, 6};
+    TurnRowStorage storage(2, hand_counts);
+    EXPECT_EQ(storage.value_count(1), 2 * (4 + 9 + 6));
+    EXPECT_EQ(storage.row_length(1, -1), 9);
+    EXPECT_EQ(storage.lock_record(-1, -1), nullptr);
+    ASSERT_TRUE(storage.open());
+    set_mask(*storage.lock_record(2, -1), {0, 1, 1, 0, 0, 0});
+
+    const std::vector<float> regrets(9, 2.0f);
+    storage.write_row(1, -1, 1, regrets.data());
+    expect_near(read(storage, 2, 1, -1, {0.9f, 0.1f}), {std::vector<float>(9, 0.0f), std::vector<float>(9, 1.0f)});
+    expect_near(read(storage, 2, 2, -1, {0.9f, 0.1f}), {std::vector<float>(6, 0.9f), std::vector<float>(6, 0.1f)});
+
+    MemoryChannel channel(7);
+    storage.save(channel);
+    // Per board: lock flags (the masked one with hands, run count, runs 1 2 3), raw rows.
+    EXPECT_EQ(channel.bytes.size(), 3 * 4u + 4u + 3 * 2u + 2 * (4 + 9 + 6) * 4u);
+    channel.rewind();
+    TurnRowStorage loaded(2, hand_counts);
+    loaded.load(channel);
+    EXPECT_TRUE(channel.at_end());
+    EXPECT_EQ(loaded.board(1).action_row(1)[8], 2.0f);
+    EXPECT_EQ(loaded.board(1).action_row(0)[8], 0.0f);
+    EXPECT_EQ(loaded.lock_record(2, -1)->lock_mask[2], 1);
+}
+
+TEST(FloatArenaStorage, RowsAtLayoutOffsetsWithDefaultsByHandBeforeOpen) {
+    const RowLayout layout = small_layout(3);
+    FloatArenaStorage storage(&layout);
+    EXPECT_EQ(storage.value_count(-1), 3 * (5 + 9 + 12));
+
+    // No block yet: every action gets the defaults read by hand, and hands
+    // beyond the given defaults get 0.
+    const Rows before = read(storage, 3, 1, 0, {0.1f, 0.2f, 0.3f, 0.4f, 0.5f, 0.6f, 0.7f});
+    for (int a = 0; a < 3; ++a)
+        for (int h = 0; h < 12; ++h) EXPECT_EQ(before[a][h], h < 7 ? 0.1f * float(h + 1) : 0.0f) << a << " " << h;
+
+    ASSERT_TRUE(storage.open());
+    std::mt19937 random(3);
+    const std::vector<float> node = random_rows(random, 1, 9, -1.0f, 1.0f)[0];
+    const Table actions(random_rows(random, 3, 9, -2.0f, 2.0f));
+    storage.update_regrets(0, 1, node.data(), actions.pointers.data(), {}, 1.0);
+
+    const float* block = storage.row_values(0, 0);
+    ASSERT_EQ(storage.row_values(0, 1), block + 24);
+    Rows stored(3, std::vector<float>(9));
+    for (int a = 0; a < 3; ++a) {
+        for (int h = 0; h < 9; ++h) {
+            stored[a][h] = block[24 + a * 12 + h];
+            EXPECT_FLOAT_EQ(stored[a][h], f32_regret_model(0.0f, actions.rows[a][h] - node[h]));
+        }
+        for (int h = 9; h < 12; ++h) EXPECT_EQ(block[24 + a * 12 + h], 0.0f);  // padding
+    }
+    for (int i = 0; i < 24; ++i) EXPECT_EQ(block[i], 0.0f);  // row (0, 0)
+    const std::vector<float> uniform(3, 1 / 3.0f);
+    expect_near(read(storage, 3, 0, 1, uniform), strategy_model(stored, uniform));
+}
+
+TEST(FloatArenaStorage, StrategySumsSkipMaskedHandsAndAbsentRows) {
+    const RowLayout layout = small_layout(5);
+    FloatArenaStorage storage(&layout);
+    ASSERT_TRUE(storage.open());
+    std::mt19937 random(5);
+    Table strategy(random_rows(random, 5, 12, 0.0f, 0.2f));
+    strategy.pointers[3] = nullptr;
+    const std::vector<float> reach = random_rows(random, 1, 12, 0.0f, 1.0f)[0];
+    std::vector<uint8_t> mask(12, 0);
+    mask[0] = 1;
+    set_mask(*storage.lock_record(1, 0), mask);
+    storage.add_strategy(1, 0, strategy.pointers.data(), reach.data(), 4.0f);
+    storage.add_strategy(1, 0, strategy.pointers.data(), reach.data(), 4.0f);
+
+    const float* row = storage.row_values(1, 0);
+    for (int a = 0; a < 5; ++a)
+        for (int h = 0; h < 12; ++h)
+            EXPECT_NEAR(row[a * 12 + h], (a == 3 || h == 0) ? 0.0f : 8.0f * strategy.rows[a][h] * reach[h], 1e-6f);
+}
+
+TEST(WordArenaStorage, TwoActionsReadAsFirstAndRestOthersWithPerActionDefaults) {
+    const RowLayout pair_layout = small_layout(2);
+    WordArenaStorage pair(&pair_layout);
+    // Without a block the defaults are read by hand here too.
+    EXPECT_EQ(read(pair, 2, 0, 0, {0.3f, 0.3f})[1], (std::vector<float>{0.3f, 0.3f, 0, 0, 0}));
+    ASSERT_TRUE(pair.open());
+    const std::vector<float> first = {0, 3, 0, 1, 65535}, second = {0, 1, 7, 0, 65535};
+    pair.write_row(0, 0, 0, first.data());
+    pair.write_row(0, 0, 1, second.data());
+    // Hand 0 has no regret: with defaults (0.3, 0.3) the second action is 0.7.
+    expect_near(read(pair, 2, 0, 0, {0.3f, 0.3f}), {{0.3f, 0.75f, 0, 1, 0.5f}, {0.7f, 0.25f, 1, 0, 0.5f}});
+
+    for (int actions : {1, 3, 4, 6}) {
+        const RowLayout layout = small_layout(actions);
+        WordArenaStorage storage(&layout);
+        ASSERT_TRUE(storage.open());
+        Rows values(actions, std::vector<float>(12, 0.0f));
+        std::vector<float> defaults(actions);
+        for (int a = 0; a < actions; ++a) {
+            for (int h = 1; h < 12; ++h) values[a][h] = float((h * 7 + a * 13) % 20);
+            storage.write_row(1, 0, a, values[a].data());
+            defaults[a] = 0.1f * float(a + 1);
+        }
+        expect_near(read(storage, actions, 1, 0, defaults), strategy_model(values, defaults));
+    }
+}
+
+TEST(WordArenaStorage, WriteRowTruncatesAndClamps) {
+    const RowLayout layout = small_layout(2);
+    WordArenaStorage storage(&layout);
+    ASSERT_TRUE(storage.open());
+    const std::vector<float> row = {2.9f, -5.0f, 70000.0f, 1000.0f, 0.99f, 65535.5f, 4e9f, -0.5f, 12.0f};
+    storage.write_row(0, 1, 1, row.data());
+    const uint16_t* values = storage.row_values(0, 1) + 12;  // action 1 of a 9-hand row
+    // Beyond the int32 range the conversion gives 0, as the processor's does.
+    EXPECT_EQ(std::vector<uint16_t>(values, values + 9), (std::vector<uint16_t>{2, 0, 65535, 1000, 0, 65535, 0, 0, 12}));
+}
+
+TEST(WordArenaStorage, RegretUpdateInUnitsOfTheScale) {
+    // Scale 16: gain 16^0.75 = 8, threshold 1/16. A difference of 16 is worth
+    // 8 * 4 * 2 = 64 units, 81 is worth 8 * 9 * 3 = 216, and exactly 1/16 is
+    // worth 8 * 0.25 * 0.5 = 1; less than 1/16 is dropped.
+    const RowLayout layout = small_layout(1);
+    WordArenaStorage storage(&layout);
+    ASSERT_TRUE(storage.open());
+    const std::vector<float> start = {0, 65500, 100, 10, 7, 7, 7, 7, 500};
+    const std::vector<float> node(9, 0.0f);
+    const std::vector<float> action = {16, 16, -16, -16, 0.05f, -0.05f, 0.0625f, -0.0625f, 81};
+    storage.write_row(0, 1, 0, start.data());
+    const float* rows[] = {action.data()};
+    storage.update_regrets(0, 1, node.data(), rows, {}, 16.0);
+    const uint16_t* values = storage.row_values(0, 1);
+    // 65500 + 64 wraps to 28; losses stop at 0.
+    EXPECT_EQ(std::vector<uint16_t>(values, values + 9), (std::vector<uint16_t>{64, 28, 36, 0, 7, 7, 8, 6, 716}));
+}
+
+TEST(WordArenaStorage, RegretUpdateAgainstModelWithMaskAndTiePooling) {
+    const RowLayout layout = small_layout(3);
+    WordArenaStorage storage(&layout);
+    ASSERT_TRUE(storage.open());
+    const int hands = 12;
+    std::vector<uint8_t> mask(hands, 0);
+    mask[2] = mask[11] = 1;
+    set_mask(*storage.lock_record(1, 0), mask);
+
+    std::mt19937 random(9);
+    std::vector<std::vector<int32_t>> model(3, std::vector<int32_t>(hands, 0));
+    const std::vector<int16_t> ties = {2, 1, 4, 5};
+    const float threshold = float(1.0 / 81.0);  // scale 81: gain 27
+    for (int step = 0; step < 8; ++step) {
+        const std::vector<float> node = random_rows(random, 1, hands, -4.0f, 4.0f)[0];
+        Table actions(random_rows(random, 3, hands, -4.0f, 4.0f));
+        const bool pooled = step % 2 == 1;
+        storage.update_regrets(1, 0, node.data(), actions.pointers.data(), pooled ? ties : std::vector<int16_t>{}, 81.0);
+        for (int a = 0; a < 3; ++a) {
+            for (int h = 0; h < hands; ++h) {
+                const float d = actions.rows[a][h] - node[h];
+                const float root = std::sqrt(std::fabs(d));
+                const int32_t units = int32_t(27.0f * root * std::sqrt(root));
+                if (mask[h]) continue;
+                if (d >= threshold) model[a][h] = (model[a][h] + units) & 0xffff;
+                else if (d <= -threshold) model[a][h] = std::max(model[a][h] - units, 0);
+            }
+            // Pooling takes in every hand of a run, frozen or not.
+            for (int position = 0, run = 0; pooled && run < int(ties.size()); position += ties[run++]) {
+                int32_t sum = 0;
+                for (int h = position; h < position + ties[run]; ++h) sum += model[a][h];
+                for (int h = position; h < position + ties[run]; ++h) model[a][h] = sum / ties[run];
+            }
+        }
+    }
+    // Strategy sums never reach a regret store.
+    const Table strategy(3, hands);
+    const std::vector<float> reach(hands, 1.0f);
+    storage.add_strategy(1, 0, strategy.pointers.data(), reach.data(), 100.0f);
+    const uint16_t* values = storage.row_values(1, 0);
+    for (int a = 0; a < 3; ++a)
+        for (int h = 0; h < hands; ++h) EXPECT_EQ(values[a * 12 + h], model[a][h]) << a << " " << h;
+}
+
+TEST(ArenaStorage, LocksPerRowAndFileSectionsInBothRowForms) {
+    const RowLayout layout = small_layout(2);
+    WordArenaStorage words(&layout);
+    FloatArenaStorage floats(&layout);
+    EXPECT_EQ(words.lock_record(-1, -1), nullptr);
+    EXPECT_EQ(words.lock_record(0, 2), nullptr);
+    ASSERT_TRUE(words.open());
+    ASSERT_TRUE(floats.open());
+    words.lock_record(0, 1)->flags = lock_flag_node;
+    std::vector<float> values(12);
+    for (int h = 0; h < 12; ++h) values[h] = float(h * h * 37);
+    words.write_row(1, 0, 1, values.data());
+    words.write_row(0, 0, 0, values.data());
+    floats.write_row(1, 0, 1, values.data());
+
+    // Version 7 codes 16-bit rows; version 3 keeps them raw, as f32 rows always are.
+    for (const int version : {7, 3}) {
+        MemoryChannel channel(version);
+        words.save(channel);
+        if (version == 3) {
+            EXPECT_EQ(channel.bytes.size(), 3 * 4u + 2 * (5 + 9 + 12) * 2u);
+        }
+        channel.rewind();
+        WordArenaStorage loaded(&layout);
+        loaded.load(channel);  // opens itself when nobody did
+        EXPECT_TRUE(channel.at_end()) << version;
+        EXPECT_EQ(loaded.lock_record(0, 1)->flags, lock_flag_node);
+        for (int i = 0; i < layout.padded_values; ++i)
+            EXPECT_EQ(loaded.row_values(0, 0)[i], words.row_values(0, 0)[i]) << version << " " << i;
+    }
+    MemoryChannel channel(7);
+    floats.save(channel);
+    EXPECT_EQ(channel.bytes.size(), 3 * 4u + 2 * (5 + 9 + 12) * 4u);
+    channel.rewind();
+    FloatArenaStorage loaded(&layout);
+    loaded.load(channel);
+    for (int h = 0; h < 12; ++h) EXPECT_EQ(loaded.row_values(1, 0)[12 + h], values[h]);
+
+    // A coded row that runs past its stated length makes the file invalid:
+    // 4 bytes for a 5-hand row, a mode byte for two-byte values and 3 of the 10.
+    MemoryChannel corrupt(7);
+    corrupt.bytes = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 4, 0, 3, 1, 0, 2};
+    corrupt.rewind();
+    EXPECT_ANY_THROW(WordArenaStorage(&layout).load(corrupt));
+}
+
+}  // namespace

@@ -1,0 +1,146 @@
+#include "storage/fse.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+#include <vector>
+
+#include "storage/fse_table.h"
+
+namespace {
+
+std::vector<uint8_t> coded_buffer(size_t raw) { return std::vector<uint8_t>(fse_work_bytes(raw) + fse_input_padding); }
+
+// Bytes drawn from a geometric distribution: small values common, like the
+// context streams of the entropy coder.
+std::vector<uint8_t> skewed_bytes(std::mt19937& random, size_t size, double p) {
+    std::geometric_distribution<int> draw(p);
+    std::vector<uint8_t> bytes(size);
+    for (auto& b : bytes) b = static_cast<uint8_t>(std::min(draw(random), 255));
+    return bytes;
+}
+
+size_t round_trip(const std::vector<uint8_t>& source) {
+    std::vector<uint8_t> coded = coded_buffer(source.size());
+    const size_t length = fse_compress(source.data(), source.size(), coded.data());
+    if (length <= 1) return length;
+    std::vector<uint8_t> back(source.size());
+    EXPECT_TRUE(fse_decompress(coded.data(), length, back.data(), back.size()));
+    EXPECT_EQ(back, source);
+    return length;
+}
+
+TEST(Fse, SkewedBlocksOfEverySizeRoundTripAndShrink) {
+    std::mt19937 random(1);
+    for (size_t size : {2, 3, 17, 100, 1000, 4095, 4096, 30000, 65536}) {
+        for (double p : {0.9, 0.5, 0.1, 0.02}) {
+            const std::vector<uint8_t> source = skewed_bytes(random, size, p);
+            const size_t length = round_trip(source);
+            if (size >= 1000) {
+                // Within a few per cent of the order-0 entropy, table included.
+                double counts[256] = {};
+                for (uint8_t b : source) counts[b] += 1;
+                double bits = 0;
+                for (double c : counts) {
+                    if (c > 0) bits -= c * std::log2(c / static_cast<double>(size));
+                }
+                // A stored block counts at its raw size.
+                const size_t cost = length == 0 ? size : length;
+                EXPECT_LT(static_cast<double>(cost), bits / 8 * 1.03 + 300) << size << " " << p;
+            }
+        }
+    }
+}
+
+TEST(Fse, BlocksThatDoNotCodeAreStoredOrRuns) {
+    std::vector<uint8_t> run(65536, 0x2a);
+    std::vector<uint8_t> coded = coded_buffer(run.size());
+    EXPECT_EQ(fse_compress(run.data(), run.size(), coded.data()), 1u);
+    EXPECT_EQ(coded[0], 0x2a);
+
+    // Every byte value equally often: nothing to gain.
+    std::vector<uint8_t> flat(65536);
+    for (size_t i = 0; i < flat.size(); ++i) flat[i] = static_cast<uint8_t>(i * 167);
+    EXPECT_EQ(fse_compress(flat.data(), flat.size(), coded.data()), 0u);
+
+    // All counts 1.
+    std::vector<uint8_t> distinct{1, 2, 3, 4, 5};
+    EXPECT_EQ(fse_compress(distinct.data(), distinct.size(), coded.data()), 0u);
+}
+
+TEST(Fse, RareSymbolsKeepACellAndDecode) {
+    // One dominant byte and a tail of 200 bytes seen once each in 60000:
+    // they fall below one cell and take the rare-symbol path.
+    std::vector<uint8_t> source(60000, 0);
+    std::mt19937 random(3);
+    for (size_t i = 0; i < source.size(); ++i) source[i] = random() % 4 == 0 ? 1 : 0;
+    for (int s = 0; s < 200; ++s) source[static_cast<size_t>(s) * 290] = static_cast<uint8_t>(50 + s);
+    EXPECT_GT(round_trip(source), 1u);
+}
+
+TEST(FseTable, NormalisedCountsFillTheTableAndKeepEverySymbol) {
+    std::mt19937 random(5);
+    for (int trial = 0; trial < 300; ++trial) {
+        uint32_t counts[256] = {};
+        const int symbols = 2 + static_cast<int>(random() % 255);
+        size_t total = 0;
+        for (int s = 0; s < symbols; ++s) {
+            counts[s] = random() % 3 == 0 ? 0 : 1 + static_cast<uint32_t>(std::pow(2.0, (random() % 1600) / 100.0));
+            total += counts[s];
+        }
+        counts[symbols - 1] += 1;
+        total += 1;
+        int max_symbol = symbols - 1;
+        const int log = choose_table_log(total, max_symbol);
+        FseCounts normalized;
+        normalize_counts(counts, max_symbol, total, log, normalized);
+        int cells = 0;
+        for (int s = 0; s <= max_symbol; ++s) {
+            const int n = normalized.normalized[s];
+            EXPECT_EQ(counts[s] == 0, n == 0) << s;
+            EXPECT_GE(n, -1);
+            cells += n < 0 ? 1 : n;
+        }
+        ASSERT_EQ(cells, 1 << log) << trial;
+
+        // The header gives back the same counts.
+        uint8_t header[600];
+        const size_t length = write_fse_header(normalized, header, sizeof header);
+        ASSERT_GT(length, 0u);
+        FseCounts read;
+        ASSERT_EQ(read_fse_header(header, length, read), length);
+        EXPECT_EQ(read.table_log, log);
+        EXPECT_EQ(read.max_symbol, max_symbol);
+        EXPECT_TRUE(std::equal(read.normalized, read.normalized + 256, normalized.normalized));
+    }
+}
+
+TEST(FseTable, TableLogFollowsBlockSizeAndAlphabet) {
+    EXPECT_EQ(choose_table_log(65536, 255), 11);
+    EXPECT_EQ(choose_table_log(65536, 3), 11);
+    EXPECT_EQ(choose_table_log(40, 3), 5);    // small blocks are clamped to the least table
+    EXPECT_EQ(choose_table_log(300, 200), 9);  // 201 symbols need 512 cells
+    EXPECT_EQ(choose_table_log(65536, 255, 20), 12);
+}
+
+TEST(FseTable, SpreadPlacesEachSymbolItsCellCount) {
+    FseCounts counts{};
+    counts.table_log = 6;
+    counts.max_symbol = 3;
+    counts.normalized[0] = 40;
+    counts.normalized[1] = -1;
+    counts.normalized[2] = 21;
+    counts.normalized[3] = 2;
+    uint8_t cells[64];
+    spread_symbols(counts, cells);
+    int seen[4] = {};
+    for (uint8_t c : cells) ++seen[c];
+    EXPECT_EQ(seen[0], 40);
+    EXPECT_EQ(seen[1], 1);
+    EXPECT_EQ(cells[63], 1);  // rare symbols sit at the top
+    EXPECT_EQ(seen[2], 21);
+    EXPECT_EQ(seen[3], 2);
+}
+
+}  // namespace

@@ -1,0 +1,141 @@
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "storage/memory_blocks.h"
+#include "storage/reserved_block.h"
+
+namespace {
+
+constexpr int64_t mask = block_stream_granularity_mask;
+
+// The protection of the page at `address`, as "rw-", "r--" or "---".
+std::string page_protection(const void* address) {
+    const auto at = reinterpret_cast<uintptr_t>(address);
+    std::ifstream maps("/proc/self/maps");
+    std::string line;
+    while (std::getline(maps, line)) {
+        std::istringstream fields(line);
+        std::string range, protection;
+        fields >> range >> protection;
+        const auto dash = range.find('-');
+        const uintptr_t start = std::stoull(range.substr(0, dash), nullptr, 16);
+        const uintptr_t end = std::stoull(range.substr(dash + 1), nullptr, 16);
+        if (at >= start && at < end) return protection.substr(0, 3);
+    }
+    return "unmapped";
+}
+
+// Fatal messages go to standard output; death tests look at standard error.
+void output_to_error() { dup2(STDERR_FILENO, STDOUT_FILENO); }
+
+}  // namespace
+
+TEST(ReservedBlock, GrowsInWholeStepsAndKeepsItsContents) {
+    ReservedBlock block(1 << 20);
+    grow(block, 0, mask);
+    EXPECT_EQ(block.base, nullptr) << "a size of 0 reserves nothing";
+    EXPECT_EQ(block.committed, 0);
+
+    grow(block, 100, mask);
+    ASSERT_NE(block.base, nullptr);
+    EXPECT_EQ(block.logical, 100);
+    EXPECT_EQ(block.committed, 16384);
+    std::memset(block.base, 7, 16384);
+    EXPECT_EQ(page_protection(block.base + 16384), "---") << "only the committed prefix is usable";
+
+    uint8_t* const base = block.base;
+    grow(block, 16385, mask);
+    EXPECT_EQ(block.committed, 32768);
+    EXPECT_EQ(block.high_commit, 32768);
+    EXPECT_EQ(block.base, base) << "the range is taken once";
+    EXPECT_EQ(block.base[16383], 7);
+    block.base[32767] = 1;
+
+    // Exactly at the reserve limit is allowed.
+    grow(block, 1 << 20, mask);
+    block.base[(1 << 20) - 1] = 2;
+    EXPECT_EQ(block.high_commit, 1 << 20);
+
+    release(block);
+    EXPECT_EQ(block.base, nullptr);
+    EXPECT_EQ(page_protection(base), "unmapped");
+}
+
+TEST(ReservedBlock, ShrinkingKeepsTheCommitAndMakesNoSystemCall) {
+    ReservedBlock block(1 << 20);
+    grow(block, 65536, entropy_stream_granularity_mask);
+    // Take write access from the first page behind the block's back: a grow
+    // that went to the system would give it back.
+    ASSERT_EQ(mprotect(block.base, 4096, PROT_READ), 0);
+    grow(block, 5000, entropy_stream_granularity_mask);
+    EXPECT_EQ(block.committed, 8192);
+    EXPECT_EQ(block.logical, 5000);
+    EXPECT_EQ(block.high_commit, 65536);
+    EXPECT_EQ(page_protection(block.base), "r--");
+    grow(block, 65536, entropy_stream_granularity_mask);
+    EXPECT_EQ(page_protection(block.base), "r--");
+    // Above the highest commit, the whole prefix is committed again.
+    grow(block, 65537, entropy_stream_granularity_mask);
+    EXPECT_EQ(page_protection(block.base), "rw-");
+}
+
+TEST(ReservedBlockDeathTest, FailuresEndTheProcessWithTheirMessages) {
+    EXPECT_EXIT(
+        {
+            output_to_error();
+            ReservedBlock block(32768);
+            grow(block, 32769, mask);
+        },
+        testing::ExitedWithCode(1), "^out of memory \\(not enough reserved\\)\n$");
+    EXPECT_EXIT(
+        {
+            output_to_error();
+            ReservedBlock block(16384);
+            commit_for_load(block, 20000, mask);
+        },
+        testing::ExitedWithCode(1), "^out of memory \\(not enough reserved\\)\n$");
+    // More address space than the machine has.
+    EXPECT_EXIT(
+        {
+            output_to_error();
+            ReservedBlock block(int64_t{1} << 60);
+            grow(block, 1, mask);
+        },
+        testing::ExitedWithCode(1), "^Reserve 1152921504606846976 bytes fail \\(errno 12\\)\n$");
+    // A range that vanished under the block cannot be committed.
+    EXPECT_EXIT(
+        {
+            output_to_error();
+            ReservedBlock block(1 << 20);
+            grow(block, 1, mask);
+            munmap(block.base, 1 << 20);
+            grow(block, 20000, mask);
+        },
+        testing::ExitedWithCode(1), "^Commit 32768 bytes fail \\(errno 12\\)\n$");
+}
+
+TEST(MemoryBlocks, FlatBlocksAreZeroedPagesAndScalableBlocksAreAligned) {
+    EXPECT_EQ(allocate_flat_block(0), nullptr);
+    const size_t bytes = 3 * 4096 + 5;
+    auto* flat = static_cast<uint8_t*>(allocate_flat_block(bytes));
+    ASSERT_NE(flat, nullptr);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(flat) % 4096, 0u);
+    for (size_t i = 0; i < bytes; ++i) ASSERT_EQ(flat[i], 0);
+    flat[bytes - 1] = 1;
+    free_flat_block(flat, bytes);
+    EXPECT_EQ(page_protection(flat), "unmapped");
+
+    for (size_t alignment : {16, 64, 128}) {
+        void* block = allocate_scalable(1000, alignment);
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(block) % alignment, 0u);
+        std::memset(block, 1, 1000);
+        free_scalable(block);
+    }
+}

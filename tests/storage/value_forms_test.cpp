@@ -1,0 +1,121 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <random>
+#include <vector>
+
+#include "storage/value_forms.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+}  // namespace
+
+TEST(ValueForms, FloatRowsTruncateTowardZeroAndClampOnlyInTheVectorPath) {
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    // Seventeen values, so that both the vector body and its tail see each case.
+    const std::vector<float> row = {0.99f, 1.9f, 255.5f, 4096.7f, 65534.99f, 65535.0f, -1.5f, 70000.0f, 65536.0f,
+                                    nan,   3e9f, -3e9f,  131073.0f, -0.5f,   12.0f,     -1.5f,   70000.0f};
+    std::vector<uint16_t> clamped(row.size()), wrapped(row.size());
+    convert_row_to_u16(row.data(), 17, clamped.data());
+    convert_row_to_u16_scalar(row.data(), 17, wrapped.data());
+    EXPECT_EQ(clamped, (std::vector<uint16_t>{0, 1, 255, 4096, 65534, 65535, 0, 65535, 65535, 0, 0, 0, 65535, 0, 12,
+                                              0, 65535}));
+    EXPECT_EQ(wrapped, (std::vector<uint16_t>{0, 1, 255, 4096, 65534, 65535, 0xffff, 70000 & 0xffff, 0, 0, 0, 0, 1, 0,
+                                              12, 0xffff, 70000 & 0xffff}));
+
+    // In range, the two paths agree at every length.
+    std::mt19937 random(3);
+    std::uniform_real_distribution<float> in_range(0.0f, 65535.99f);
+    for (int count = 0; count < 40; ++count) {
+        std::vector<float> values(count);
+        for (float& v : values) v = in_range(random);
+        std::vector<uint16_t> a(count), b(count);
+        convert_row_to_u16(values.data(), count, a.data());
+        convert_row_to_u16_scalar(values.data(), count, b.data());
+        EXPECT_EQ(a, b) << count;
+    }
+}
+
+TEST(ValueForms, TwelveBitFieldsRoundTripAndUseTheWordLayout) {
+    const uint16_t values[8] = {0xabc, 0x123, 0xfff, 0, 1, 0x800, 0x7ff, 0x456};
+    uint8_t field[12];
+    pack_12bit_fields(values, field);
+    // a | b << 12 | c << 24, c >> 8 | d << 4 | e << 16 | f << 28, f >> 4 | g << 8 | h << 20.
+    const Bytes expected = {0xbc, 0x3a, 0x12, 0xff, 0x0f, 0x00, 0x01, 0x00, 0x80, 0xff, 0x67, 0x45};
+    EXPECT_EQ(Bytes(field, field + 12), expected);
+    uint16_t back[8];
+    unpack_12bit_fields(field, back);
+    EXPECT_EQ(std::vector<uint16_t>(back, back + 8), std::vector<uint16_t>(values, values + 8));
+
+    std::mt19937 random(8);
+    for (int trial = 0; trial < 200; ++trial) {
+        uint16_t v[8], w[8];
+        for (auto& x : v) x = static_cast<uint16_t>(random() % 4096);
+        pack_12bit_fields(v, field);
+        unpack_12bit_fields(field, w);
+        EXPECT_EQ(std::vector<uint16_t>(v, v + 8), std::vector<uint16_t>(w, w + 8));
+    }
+}
+
+TEST(ValueForms, ThreeByteFormIsPlainLittleEndianAndKeepsTheByteAfter) {
+    const std::vector<uint32_t> four = {0x112233, 0x445566, 0x778899, 0xaabbcc, 0x010203};
+    const Bytes expected = {0x33, 0x22, 0x11, 0x66, 0x55, 0x44, 0x99, 0x88, 0x77, 0xcc, 0xbb, 0xaa, 0x03, 0x02, 0x01};
+    for (auto pack : {pack_three_byte_row, pack_three_byte_row_scalar}) {
+        Bytes block(15 + three_byte_slack, 0xee);
+        pack(four.data(), 5, block.data());
+        EXPECT_EQ(Bytes(block.begin(), block.begin() + 15), expected);
+        EXPECT_EQ(block[15], 0xee);
+    }
+    // A value of 2^24 or more keeps its low 24 bits and leaves its neighbour alone.
+    const std::vector<uint32_t> big = {0x1abcdef, 0xff000001};
+    for (auto pack : {pack_three_byte_row, pack_three_byte_row_scalar}) {
+        Bytes block(6 + three_byte_slack, 0xee);
+        pack(big.data(), 2, block.data());
+        EXPECT_EQ(load_three_byte(block.data(), 0), 0xabcdefu);
+        EXPECT_EQ(load_three_byte(block.data(), 1), 1u);
+        EXPECT_EQ(block[6], 0xee);
+    }
+}
+
+TEST(ValueForms, ThreeByteRowsAgreeWithTheReferenceAtEveryLengthAndOffset) {
+    std::mt19937 random(21);
+    for (int count = 0; count <= 40; ++count) {
+        for (int offset : {0, 1, 4, 7}) {
+            // Rows sit inside a larger block: the bytes before and after a row
+            // belong to other rows and must survive.
+            const int bytes = 3 * (offset + count) + 16 + three_byte_slack;
+            Bytes fill(bytes);
+            for (auto& b : fill) b = static_cast<uint8_t>(random());
+            std::vector<uint16_t> narrow(count);
+            std::vector<uint32_t> wide(count);
+            for (int i = 0; i < count; ++i) {
+                narrow[i] = static_cast<uint16_t>(random());
+                wide[i] = random() & three_byte_mask;
+            }
+
+            Bytes a = fill, b = fill;
+            widen_to_three_byte(narrow.data(), count, a.data() + 3 * offset);
+            widen_to_three_byte_scalar(narrow.data(), count, b.data() + 3 * offset);
+            EXPECT_EQ(a, b) << count;
+            for (int i = 0; i < count; ++i) EXPECT_EQ(load_three_byte(a.data() + 3 * offset, i), narrow[i]);
+
+            a = fill;
+            b = fill;
+            pack_three_byte_row(wide.data(), count, a.data() + 3 * offset);
+            pack_three_byte_row_scalar(wide.data(), count, b.data() + 3 * offset);
+            EXPECT_EQ(a, b) << count;
+            for (int i = 0; i < 3 * offset; ++i) ASSERT_EQ(a[i], fill[i]);
+            for (int i = 3 * (offset + count); i < bytes; ++i) ASSERT_EQ(a[i], fill[i]);
+
+            std::vector<uint32_t> back(count), back_scalar(count);
+            unpack_three_byte_row(a.data() + 3 * offset, count, back.data());
+            unpack_three_byte_row_scalar(a.data() + 3 * offset, count, back_scalar.data());
+            EXPECT_EQ(back, wide) << count;
+            EXPECT_EQ(back_scalar, wide) << count;
+        }
+    }
+}
