@@ -1,0 +1,12 @@
+// What a chance node keeps between walks: per player the reach that arrived
+// there, summed over iterations, and the last values handed back up.
+#pragma once
+
+#include "solver/hand_vector.h"
+
+struct SubgameCache {
+    HandVector reach_sum[2];
+    HandVector value[2];
+    HandVector best[2];
+    bool frozen = false;
+};

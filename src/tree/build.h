@@ -1,0 +1,41 @@
+// Building the game tree from the client's ranges, board, pot and lines.
+#pragma once
+
+#include <vector>
+
+#include "model/cards.h"
+#include "model/lines.h"
+#include "shell/reply.h"
+#include "storage/storage.h"
+
+// The flat form of one schematic node, made by the first pass of a build.
+struct LineRecord {
+    int32_t kind;
+    int32_t parent;
+    int32_t player;  // at a decision, else -1
+    int32_t street;  // at a decision the game street, else -1
+    double value;    // at a terminal: half the pot plus the line's amount
+};
+
+// Pre-order flattening; writes each schematic node's `node_index`.
+void collect_lines(std::vector<LineRecord>& records, SchematicNode& node, int parent, double key);
+
+// The cards of the tree's board: the flop by rising card, and the fixed turn
+// and river or -1.
+struct BoardCards {
+    CardMask flop = 0;
+    Card turn = -1;
+    Card river = -1;
+};
+
+// Replaces the engine by one made from the records.
+void create_engine(const std::vector<LineRecord>& records, const BoardCards& cards, bool isomorphic);
+
+// Makes every decision node's stores for a compression pair, and the figures
+// that follow from them.
+void assign_storage(CompressionPair pair);
+
+// The whole build; `choose_compression` picks the level (load_tree keeps its own).
+void build_game(bool choose_compression);
+
+void cmd_build_tree(const Tokens& tokens);

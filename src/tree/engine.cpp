@@ -1,0 +1,25 @@
+#include "tree/engine.h"
+
+#include "shell/settings.h"
+#include "tree/boards.h"
+
+std::unique_ptr<SubgameEngine> engine;
+int32_t first_street = 1;
+bool skip_values = false;
+std::mutex engine_lock;
+
+SubgameEngine::SubgameEngine() = default;
+
+SubgameEngine::~SubgameEngine() {
+    // Boards first, then the shared layouts, then the nodes with their stores.
+    root_board.reset();
+    layouts.clear();
+    for (auto& vectors : {&root_weights, &root_reach})
+        for (auto& vector : *vectors) std::vector<float>().swap(vector);
+    nodes.clear();
+}
+
+void destroy_engine() {
+    engine.reset();
+    tree_ready = false;
+}

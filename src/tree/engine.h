@@ -1,0 +1,105 @@
+// The built game: one process-wide engine that owns the node array, the tree
+// of boards and every store, from build_tree (or load_tree) to free_tree.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "model/game_setup.h"
+#include "solver/subgame_cache.h"
+#include "storage/storage.h"
+
+struct RootBoard;
+
+enum NodeKind : int32_t { decision_node = 0, showdown_node = 1, fold_node = 2 };
+enum Street : int32_t { flop_street = 1, turn_street = 2, river_street = 3 };
+
+// Engine flag bits.
+constexpr uint32_t incomplete_tree_flag = 1;
+constexpr uint32_t isomorphism_on_flag = 2;
+constexpr uint32_t new_tree_flag = 4;
+
+// One betting position. A turn node stands for every turn card at once and a
+// river node for every (turn, river) pair: the cards live in the tree of
+// boards, and the per-card numbers in rows of the node's stores.
+struct TreeNode {
+    int32_t kind = decision_node;
+    int32_t parent = -1;
+    int32_t player = 0;  // at a terminal: the player of the last action
+    int32_t street = flop_street;  // a showdown is always on the river
+    double value = 0;    // a terminal's amount: half the pot plus the line's amount
+    std::vector<int32_t> children;  // action order: fold, check or call, bets by size
+    TreeNode* parent_node = nullptr;
+    std::unique_ptr<Storage> regrets;
+    std::unique_ptr<Storage> strategy_sums;
+    float ev_boost = 0;
+    uint8_t opened = 0;
+    uint8_t constructed = 0;
+    int32_t subgame_cost[2] = {-1, -1};
+    std::unique_ptr<std::mutex[]> card_locks;  // per turn group, at the first node of the turn
+    std::unique_ptr<SubgameCache[]> cache;     // at first decisions of the turn (1) and river (49)
+};
+
+constexpr int turn_group_slots = 49;
+
+struct SubgameEngine {
+    SubgameEngine();
+    ~SubgameEngine();
+    SubgameEngine(const SubgameEngine&) = delete;
+    SubgameEngine& operator=(const SubgameEngine&) = delete;
+
+    std::vector<TreeNode> nodes;  // the root is element 0
+    CardMask flop = 0;            // as given; the boards hold it permuted under isomorphism
+    CardMask dead = 0;            // flop with the fixed turn and river, as given
+    Card fixed_turn = -1;         // the board's own turn and river, -1 when dealt by the tree
+    Card fixed_river = -1;
+    std::unique_ptr<RootBoard> root_board;
+    int32_t root_turn_group = -1;
+    int32_t root_river_row = -1;
+    std::vector<float> root_weights[2];
+    std::vector<float> root_reach[2];
+    RangeVector range[2]{};  // the client's ranges, never permuted
+    std::vector<std::unique_ptr<RowLayout>> layouts;  // by action count; element 0 empty
+    double max_weight[2] = {1.0, 1.0};
+    int32_t average_strategy_mode = 1;
+    int64_t street_values[4] = {0, 0, 0, 0};
+    int64_t street_bytes[4] = {0, 0, 0, 0};
+    double avg_actions = 0;
+    int32_t max_actions = 0;
+    double largest_value = 0;
+    double regret_scale = 1;
+    int32_t format_version = 7;
+    int32_t regret_compression = 0;
+    int32_t strategy_compression = 0;
+    uint8_t storage_open = 0;
+    uint8_t update_river_average = 1;
+    uint32_t flags = new_tree_flag;
+    int32_t iterations = 0;
+    int32_t forgotten_from = -1;
+
+    // Constants that follow from the stores (see storage_constants).
+    double regret_unit = 125.0;
+    double weight_exponent = 1.5;
+    double weight_cap = 262143.0;
+    int32_t max_iterations = 9000;
+    int32_t pool_iterations = 0;
+};
+
+// The one engine; null until a tree is built.
+extern std::unique_ptr<SubgameEngine> engine;
+// Street of the tree's root: 1 flop, 2 turn, 3 river.
+extern int32_t first_street;
+// Set by load_tree when a file carries no value rows.
+extern bool skip_values;
+// Held by every walk and by the commands that read the tree meanwhile.
+extern std::mutex engine_lock;
+
+// Destroys the engine, if any, and marks the tree absent.
+void destroy_engine();
+
+// True when the node is the first of its street on its path.
+inline bool is_first_of_street(const TreeNode& node) {
+    return node.parent_node == nullptr || node.parent_node->street < node.street;
+}
