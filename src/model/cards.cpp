@@ -152,6 +152,8 @@ std::string cards_to_text(CardMask mask) {
     return text;
 }
 
+std::string combo_text(ComboSlot slot) { return std::string(hand_order_text + combo_index[slot] * 5, 4); }
+
 void init_combo_tables() {
     for (auto& slots : hand_class_slots) slots.clear();
     for (int i = 0; i < combo_count; ++i) {

@@ -46,5 +46,7 @@ CardMask parse_cards(const std::string& text);
 // The cards of a mask by ascending Card, e.g. "2c Ah".
 std::string cards_to_text(CardMask mask);
 std::string card_text(Card card);
+// A combo as it stands in hand order, greater card first: "AsKs".
+std::string combo_text(ComboSlot slot);
 
 void show_hand_order(const std::vector<std::string>& tokens);

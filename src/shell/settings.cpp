@@ -1,9 +1,12 @@
 #include "shell/settings.h"
 
 #include <ctime>
+#include <fstream>
+#include <sstream>
 
 #include "model/game_setup.h"
 #include "shell/reply.h"
+#include "shell/tokens.h"
 
 int verbosity = 0;
 bool echo_commands = false;
@@ -42,4 +45,43 @@ void update_accuracy_target() {
         const double share = accuracy_is_fraction ? accuracy_setting : accuracy_setting / pot;
         reply("[accuracy %.6g (%.6g fraction)]\n", accuracy, share);
     }
+}
+
+namespace {
+
+constexpr const char* level_names[] = {"auto", "none", "low", "medium", "high", "max", "fast"};
+
+}  // namespace
+
+const char* compression_level_name(int level) {
+    return level >= -1 && level <= 5 ? level_names[level + 1] : "?";
+}
+
+int parse_compression_level(const std::string& token) {
+    for (int level = -1; level <= 5; ++level)
+        if (token == level_names[level + 1]) return level;
+    const int level = parse_int(token);
+    if (level < 0) return -1;
+    return std::min(level, 5);
+}
+
+PhysicalMemory read_physical_memory() {
+    std::ifstream meminfo("/proc/meminfo");
+    std::string line;
+    unsigned long long total_kb = 0, available_kb = 0;
+    while (std::getline(meminfo, line)) {
+        std::istringstream fields(line);
+        std::string key;
+        unsigned long long value = 0;
+        fields >> key >> value;
+        if (key == "MemTotal:") total_kb = value;
+        if (key == "MemAvailable:") available_kb = value;
+    }
+    PhysicalMemory memory{total_kb * 1024, 0};
+    if (total_kb > 0) {
+        // The available figure moves in steps of one per cent of the total.
+        const unsigned long long load = 100 - available_kb * 100 / total_kb;
+        memory.available_bytes = memory.total_bytes * (100 - load) / 100;
+    }
+    return memory;
 }

@@ -2,53 +2,18 @@
 
 #include <omp.h>
 
-#include <fstream>
-#include <sstream>
 
 #include "model/game_setup.h"
 #include "shell/settings.h"
 #include "shell/tokens.h"
+#include "tree/build.h"
 
 namespace {
 
-constexpr const char* level_names[] = {"auto", "none", "low", "medium", "high", "max", "fast"};
 
 void reply_ok(const Tokens& tokens) { reply("%s ok!\n", tokens[0].c_str()); }
 
 }  // namespace
-
-const char* compression_level_name(int level) {
-    return level >= -1 && level <= 5 ? level_names[level + 1] : "?";
-}
-
-int parse_compression_level(const std::string& token) {
-    for (int level = -1; level <= 5; ++level)
-        if (token == level_names[level + 1]) return level;
-    const int level = parse_int(token);
-    if (level < 0) return -1;
-    return std::min(level, 5);
-}
-
-PhysicalMemory read_physical_memory() {
-    std::ifstream meminfo("/proc/meminfo");
-    std::string line;
-    unsigned long long total_kb = 0, available_kb = 0;
-    while (std::getline(meminfo, line)) {
-        std::istringstream fields(line);
-        std::string key;
-        unsigned long long value = 0;
-        fields >> key >> value;
-        if (key == "MemTotal:") total_kb = value;
-        if (key == "MemAvailable:") available_kb = value;
-    }
-    PhysicalMemory memory{total_kb * 1024, 0};
-    if (total_kb > 0) {
-        // The available figure moves in steps of one per cent of the total.
-        const unsigned long long load = 100 - available_kb * 100 / total_kb;
-        memory.available_bytes = memory.total_bytes * (100 - load) / 100;
-    }
-    return memory;
-}
 
 void cmd_is_ready(const Tokens& tokens) { reply_ok(tokens); }
 
@@ -123,8 +88,10 @@ void cmd_set_recalc_accuracy(const Tokens& tokens) {
 }
 
 void cmd_set_compression(const Tokens& tokens) {
-    // The request takes effect when a tree is built.
+    // Without a tree the request waits for the next build; with one, the
+    // stores are made anew at the new level and the solve starts over.
     compression_set = parse_compression_level(tokens[1]);
+    if (tree_ready) apply_compression_setting();
     reply_ok(tokens);
 }
 

@@ -19,14 +19,3 @@ void cmd_set_accuracy(const Tokens& tokens);
 void cmd_set_recalc_accuracy(const Tokens& tokens);
 void cmd_set_compression(const Tokens& tokens);
 void cmd_get_actual_compression(const Tokens& tokens);
-
-// Compression level words, indexed by level + 1 ("auto" is -1).
-const char* compression_level_name(int level);
-// A level word or number, clamped to -1..5.
-int parse_compression_level(const std::string& token);
-
-struct PhysicalMemory {
-    unsigned long long total_bytes;
-    unsigned long long available_bytes;  // total scaled by the whole-percent load
-};
-PhysicalMemory read_physical_memory();

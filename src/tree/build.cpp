@@ -125,7 +125,9 @@ int64_t estimated_bytes(const SubgameEngine& e) {
     return e.street_bytes[1] + e.street_bytes[2] + e.street_bytes[3];
 }
 
-void choose_compression() {
+}  // namespace
+
+void apply_compression_setting() {
     int level = compression_set;
     if (level < 0) {
         assign_storage({0, 0});
@@ -138,8 +140,6 @@ void choose_compression() {
     compression_level = level;
     assign_storage(compression_pair(level));
 }
-
-}  // namespace
 
 void collect_lines(std::vector<LineRecord>& records, SchematicNode& node, int parent, double key) {
     const int index = static_cast<int>(records.size());
@@ -227,7 +227,7 @@ void build_game(bool choose) {
     cards.turn = first_street > flop_street ? single_card(turn_mask) : -1;
     cards.river = first_street > turn_street ? single_card(river_mask) : -1;
     create_engine(records, cards, isomorphism_by_street[first_street]);
-    if (choose) choose_compression();
+    if (choose) apply_compression_setting();
     tree_ready = true;
 }
 

@@ -35,6 +35,10 @@ void create_engine(const std::vector<LineRecord>& records, const BoardCards& car
 // that follow from them.
 void assign_storage(CompressionPair pair);
 
+// Puts the requested compression level in force on the built tree, choosing
+// one by the memory estimate when the request is automatic.
+void apply_compression_setting();
+
 // The whole build; `choose_compression` picks the level (load_tree keeps its own).
 void build_game(bool choose_compression);
 

@@ -92,8 +92,8 @@ std::string inconsistent_range_text(int player, ComboSlot first_slot, double fir
     char text[256];
     snprintf(text, sizeof text,
              "inconsistent range: %s P(%s) == %.2g, P(%s) == %.2g, use 'set_isomorphism 0 0' if intended",
-             player == OOP ? "OOP" : "IP", cards_to_text(slot_mask[first_slot]).c_str(), first_weight,
-             cards_to_text(slot_mask[slot]).c_str(), weight);
+             player == OOP ? "OOP" : "IP", combo_text(first_slot).c_str(), first_weight,
+             combo_text(slot).c_str(), weight);
     return text;
 }
 

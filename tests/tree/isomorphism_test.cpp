@@ -119,18 +119,18 @@ TEST_F(RangeSymmetry, ToleranceIsOneUlpOfOne) {
     set_weight(OOP, "AsAd", 0.5 + 1e-16);
     EXPECT_EQ(refusal(), "");
     set_weight(OOP, "AsAd", 0.5 + 3e-16);
-    EXPECT_EQ(refusal(), "ERROR: build_tree inconsistent range: OOP P(Ac Ad) == 0.5, P(Ad As) == 0.5, "
+    EXPECT_EQ(refusal(), "ERROR: build_tree inconsistent range: OOP P(AdAc) == 0.5, P(AsAd) == 0.5, "
                          "use 'set_isomorphism 0 0' if intended\n");
 }
 
 TEST_F(RangeSymmetry, NamesTheFirstDifferingHandOopFirst) {
     // The twos in class order: 2d2c, 2h2c, 2h2d, 2s2c, ...
     set_weight(IP, "2c2d", 0.25);
-    EXPECT_EQ(refusal(), "ERROR: build_tree inconsistent range: IP P(2c 2d) == 0.25, P(2c 2h) == 0.5, "
+    EXPECT_EQ(refusal(), "ERROR: build_tree inconsistent range: IP P(2d2c) == 0.25, P(2h2c) == 0.5, "
                          "use 'set_isomorphism 0 0' if intended\n");
     set_weight(OOP, "2d2h", 0.125);
     set_weight(OOP, "2c2s", 0.0);
-    EXPECT_EQ(refusal(), "ERROR: build_tree inconsistent range: OOP P(2c 2d) == 0.5, P(2d 2h) == 0.12, "
+    EXPECT_EQ(refusal(), "ERROR: build_tree inconsistent range: OOP P(2d2c) == 0.5, P(2h2d) == 0.12, "
                          "use 'set_isomorphism 0 0' if intended\n");
 }
 
