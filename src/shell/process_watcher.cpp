@@ -31,19 +31,19 @@ bool is_pid(const char* name) {
     return true;
 }
 
-// The names a process is known by: its command name and, when readable, the
-// file name of its executable (the command name is cut at 15 bytes).
+// The names a process is known by: the file name of its executable when
+// readable, which is whole, then its command name, which is cut at 15 bytes.
 std::vector<std::string> process_names(const std::string& dir) {
     std::vector<std::string> names;
-    std::ifstream comm(dir + "/comm");
-    std::string name;
-    if (std::getline(comm, name) && !name.empty()) names.push_back(name);
     char target[4096];
     const ssize_t length = readlink((dir + "/exe").c_str(), target, sizeof target - 1);
     if (length > 0) {
         std::string path(target, static_cast<size_t>(length));
         names.push_back(path.substr(path.find_last_of('/') + 1));
     }
+    std::ifstream comm(dir + "/comm");
+    std::string name;
+    if (std::getline(comm, name) && !name.empty()) names.push_back(name);
     return names;
 }
 

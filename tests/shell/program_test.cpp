@@ -111,6 +111,22 @@ TEST_F(ProgramTest, HelpListsSortedNamesWithoutAliases) {
     EXPECT_NE(output.find("\nset_threads\n"), std::string::npos);
 }
 
+TEST_F(ProgramTest, ABannedProcessBarsEveryCommandEvenExit) {
+    // A copy of sleep whose name begins with a banned name.
+    fs::copy_file("/bin/sleep", work / "PokerStarsHelper");
+    const std::string start = "'" + (work / "PokerStarsHelper").string() + "' 20 & echo $! > '" +
+                              (work / "pid.txt").string() + "'";
+    ASSERT_EQ(std::system(start.c_str()), 0);
+    const ProgramRun run_result = run("", "sleep 700\nis_ready\nLABEL: x\nexit\necho still-barred\n");
+    std::system(("kill $(cat '" + (work / "pid.txt").string() + "')").c_str());
+    EXPECT_EQ(run_result.exit_code, 0);
+    EXPECT_EQ(body(run_result.output),
+              "ERROR: banned process running: PokerStarsHelper\n"
+              "ERROR: banned process running: PokerStarsHelper\n"
+              "ERROR: banned process running: PokerStarsHelper\n"
+              "ERROR: banned process running: PokerStarsHelper\n");
+}
+
 TEST_F(ProgramTest, WatcherMatchesNamePrefixesInAProcessList) {
     const fs::path proc = work / "proc";
     auto add_process = [&](const std::string& pid, const std::string& comm) {
