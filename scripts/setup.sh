@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that Tavrek builds and tests with, when any is missing.
 set -euo pipefail
-packages=(cmake g++ make libtclap-dev libtbb-dev libgtest-dev libbenchmark-dev python3)
+packages=(cmake g++ make libtclap-dev libtbb-dev libgtest-dev libbenchmark-dev python3 clang-14 libclang-rt-14-dev)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

@@ -156,33 +156,6 @@ TEST(EntropyCoder, BlockOfEqualBytesCodesAsOneByteRun) {
     EXPECT_EQ(le32(streams.bytes[0], 5), 1u);
 }
 
-TEST(EntropyCoder, SixteenBitRowsRoundTrip) {
-    std::mt19937 random(23);
-    MemoryStreams streams;
-    std::vector<std::vector<uint16_t>> rows;
-    for (int r = 0; r < 50; ++r) {
-        const auto wide = sample_row(random, 1 + static_cast<int>(random() % 1326), r % 2 ? 65535 : 40, 0.6);
-        rows.emplace_back(wide.begin(), wide.end());
-    }
-    {
-        auto writer = open_writer(entropy_coder_id, streams.writing(), nullptr);
-        std::vector<uint32_t> a(max_row_values), b(max_row_values);
-        for (size_t r = 0; r < rows.size(); ++r) {
-            const uint16_t* previous = r > 0 && rows[r].size() <= rows[r - 1].size() ? rows[r - 1].data() : nullptr;
-            const TransformedRow t = transform_row16(rows[r].data(), previous, static_cast<int>(rows[r].size()), a.data(), b.data());
-            writer->write(t.values, static_cast<int>(rows[r].size()), t.flag);
-        }
-    }
-    auto reader = open_reader(streams.reading());
-    std::vector<std::vector<uint16_t>> back;
-    for (size_t r = 0; r < rows.size(); ++r) {
-        back.emplace_back(rows[r].size());
-        const uint16_t* previous = r > 0 && rows[r].size() <= rows[r - 1].size() ? back[r - 1].data() : nullptr;
-        ASSERT_TRUE(reader->read16(back[r].data(), previous, static_cast<int>(rows[r].size())));
-        ASSERT_EQ(back[r], rows[r]) << r;
-    }
-}
-
 TEST(Codec, FactoriesKnowTheirIds) {
     MemoryStreams streams;
     EXPECT_EQ(open_writer(run_coder_id, streams.writing(), nullptr), nullptr);  // only read

@@ -124,23 +124,4 @@ TEST(FseTable, TableLogFollowsBlockSizeAndAlphabet) {
     EXPECT_EQ(choose_table_log(65536, 255, 20), 12);
 }
 
-TEST(FseTable, SpreadPlacesEachSymbolItsCellCount) {
-    FseCounts counts{};
-    counts.table_log = 6;
-    counts.max_symbol = 3;
-    counts.normalized[0] = 40;
-    counts.normalized[1] = -1;
-    counts.normalized[2] = 21;
-    counts.normalized[3] = 2;
-    uint8_t cells[64];
-    spread_symbols(counts, cells);
-    int seen[4] = {};
-    for (uint8_t c : cells) ++seen[c];
-    EXPECT_EQ(seen[0], 40);
-    EXPECT_EQ(seen[1], 1);
-    EXPECT_EQ(cells[63], 1);  // rare symbols sit at the top
-    EXPECT_EQ(seen[2], 21);
-    EXPECT_EQ(seen[3], 2);
-}
-
 }  // namespace
