@@ -4,9 +4,10 @@
 #include <cfloat>
 #include <cmath>
 
-#include "shell/reply.h"
 #include "storage/arena_storage.h"
 #include "storage/float_row_storage.h"
+#include "storage/packed_storage.h"
+#include "storage/widening_storage.h"
 
 const CompressionLevel compression_levels[6] = {
     {0, "none", {0, 0}, StorageClass::word_arena, StorageClass::float_arena},
@@ -65,10 +66,11 @@ std::unique_ptr<Storage> make_storage(const StorageChoice& choice, const NodeSha
         case StorageClass::word_arena:
             return std::make_unique<WordArenaStorage>(shape.layout);
         case StorageClass::packed:
+            return std::make_unique<PackedStorage>(shape.layout, choice.stream_mode, choice.narrow);
         case StorageClass::widening:
-            break;
+            return std::make_unique<WideningStorage>(shape.layout);
     }
-    fail("compressed storage classes are not part of this build");
+    return nullptr;
 }
 
 NodeStorage create_node_storage(const NodeStorageRequest& request, const NodeShape& shape) {
