@@ -1,4 +1,6 @@
 // Every command of the protocol, in the order the interpreter searches them.
+#include "analysis/equity_reports.h"
+#include "analysis/strategy_reports.h"
 #include "model/cards.h"
 #include "model/categories.h"
 #include "model/line_commands.h"
@@ -7,6 +9,7 @@
 #include "shell/processor_commands.h"
 #include "shell/settings_commands.h"
 #include "shell/shell_commands.h"
+#include "solver/solver_commands.h"
 #include "tree/build.h"
 #include "tree/paths.h"
 
@@ -26,6 +29,8 @@ constexpr CommandEntry table[] = {
     {"set_isomorphism", cmd_set_isomorphism, 3},
     {"skip_if_done", cmd_skip_if_done, 3},
     {"is_tree_present", cmd_is_tree_present, 1},
+    {"go", cmd_go, var},
+    {"stop", cmd_stop, 1},
     {"load_script", cmd_load_script, 2},
     {"set_range", cmd_set_range, 1328},
     {"set_board", cmd_set_board, var},
@@ -40,9 +45,18 @@ constexpr CommandEntry table[] = {
     {"free_tree", cmd_free_tree, 1},
     {"show_node", cmd_show_node, 2},
     {"show_children", cmd_show_children, 2},
+    {"show_strategy", cmd_show_strategy, 2},
+    {"show_strategy_pp", cmd_show_strategy_pp, 2},
+    {"show_range", cmd_show_range, var},
+    {"show_probs", cmd_show_probs, 2},
+    {"calc_results", cmd_calc_results, 1},
+    {"calc_eq", cmd_calc_eq, 2},
+    {"calc_eq_pp", cmd_calc_eq_pp, 2},
+    {"calc_eq_node", cmd_calc_eq_node, 3},
     {"stdoutredi", cmd_stdoutredi, 2},
     {"stdoutredi_append", cmd_stdoutredi_append, 2},
     {"stdoutback", cmd_stdoutback, 1},
+    {"wait_for_solver", cmd_wait_for_solver, 1},
     {"show_memory", cmd_show_memory, 1},
     {"node_count", cmd_node_count, 1},
     {"show_effective_stack", cmd_show_effective_stack, 1},

@@ -21,6 +21,7 @@
 #include "shell/settings.h"
 #include "shell/shell_commands.h"
 #include "shell/tokens.h"
+#include "solver/solver_driver.h"
 
 namespace {
 
@@ -122,6 +123,7 @@ int run(int argc, char** argv) {
     threads = omp_get_max_threads();
     start_time = system_time_ticks();
     remember_console_output();
+    libsubgame_init(0);
     print_banner();
     init_combo_tables();
     run_start_commands(options.commands);

@@ -13,6 +13,7 @@
 #include "shell/commands.h"
 #include "shell/settings.h"
 #include "shell/tokens.h"
+#include "solver/solver_driver.h"
 
 namespace {
 
@@ -91,6 +92,8 @@ void cmd_echo(const Tokens& tokens) {
 void cmd_sleep(const Tokens& tokens) { sleep_milliseconds(parse_int(tokens[1])); }
 
 void cmd_take_a_break(const Tokens& tokens) {
+    // The stop comes first, so that a bad number still stops the solver.
+    request_solver_stop();
     const long long seconds = parse_int(tokens[1]);
     sleep_milliseconds(seconds * 1000);
     reply_ok(tokens);

@@ -11,12 +11,13 @@ std::mutex engine_lock;
 SubgameEngine::SubgameEngine() = default;
 
 SubgameEngine::~SubgameEngine() {
-    // Boards first, then the shared layouts, then the nodes with their stores.
+    // The nodes' stores read the shared layouts as they go, so the nodes go
+    // before the layouts.
     root_board.reset();
-    layouts.clear();
     for (auto& vectors : {&root_weights, &root_reach})
         for (auto& vector : *vectors) std::vector<float>().swap(vector);
     nodes.clear();
+    layouts.clear();
 }
 
 void destroy_engine() {

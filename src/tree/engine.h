@@ -2,6 +2,7 @@
 // of boards and every store, from build_tree (or load_tree) to free_tree.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -12,6 +13,7 @@
 #include "storage/storage.h"
 
 struct RootBoard;
+struct CaptureRequest;
 
 enum NodeKind : int32_t { decision_node = 0, showdown_node = 1, fold_node = 2 };
 enum Street : int32_t { flop_street = 1, turn_street = 2, river_street = 3 };
@@ -85,6 +87,21 @@ struct SubgameEngine {
     double weight_cap = 262143.0;
     int32_t max_iterations = 9000;
     int32_t pool_iterations = 0;
+
+    // Walk state, set at the start of each walk; read-only in its parallel part.
+    int32_t mode = 0;       // WalkMode
+    int32_t phase = 0;      // WalkPhase
+    int32_t traverser = 0;  // 0 OOP, 1 IP
+    CaptureRequest* capture_request = nullptr;
+
+    // Last computed results; they hold while results_iteration == iterations.
+    int32_t results_iteration = -1;
+    double mes_oop = 0;
+    double ev_oop = 0;
+    double mes_ip = 0;
+    double ev_ip = 0;
+    double exploitable = 0;
+    double ev_mean = 0;
 };
 
 // The one engine; null until a tree is built.
@@ -95,6 +112,9 @@ extern int32_t first_street;
 extern bool skip_values;
 // Held by every walk and by the commands that read the tree meanwhile.
 extern std::mutex engine_lock;
+// True while the solver thread exists. Commands that replace or reload the
+// tree refuse meanwhile, rather than pull it from under the thread.
+inline std::atomic<bool> solver_active{false};
 
 // Destroys the engine, if any, and marks the tree absent.
 void destroy_engine();

@@ -149,10 +149,15 @@ std::string node_flags_text(int node_index, Card turn, Card river) {
 void print_node(const std::string& path, const NodeRef& ref) {
     reply_text(path + "\n");
     reply("%s\n", node_type_text(ref));
+    // The flop by rising card, then the turn and the river in that order.
     std::string cards = cards_to_text(engine->flop);
-    if (ref.turn >= 0) cards += " " + card_text(ref.turn);
-    if (ref.river >= 0) cards += " " + card_text(ref.river);
-    reply_text(cards + "\n");
+    for (const Card card : {ref.turn, ref.river}) {
+        if (card < 0) continue;
+        cards.push_back(' ');
+        cards.append(card_text(card));
+    }
+    cards.push_back('\n');
+    reply_text(cards);
     const double committed_oop = ref.node ? ref.node->committed[0] : 0;
     const double committed_ip = ref.node ? ref.node->committed[1] : 0;
     reply("%g %g %g\n", committed_oop, committed_ip, pot);
@@ -214,6 +219,7 @@ void cmd_show_children(const Tokens& tokens) {
 
 void cmd_cut_line(const Tokens& tokens) {
     require_tree();
+    if (solver_active) throw_command_error("Can't do that when solver is running");
     const NodeRef ref = parse_path(tokens[1]);
     if (!ref.node || ref.node == schematic_tree.get()) throw_command_error("can't cut root");
     remove_node(*ref.node);
@@ -287,6 +293,8 @@ void cmd_node_count(const Tokens&) {
 }
 
 void cmd_free_tree(const Tokens& tokens) {
+    // The solver thread walks the tree: it stays until the run has ended.
+    if (solver_active) throw_command_error("Can't do that when solver is running");
     destroy_engine();
     skip_values = false;
     reply("%s ok!\n", tokens[0].c_str());

@@ -1,0 +1,10 @@
+// The five numbers a client sees of a solve: each player's value, each
+// player's best response value, and the exploitability between them.
+#pragma once
+
+#include "solver/solver_driver.h"
+
+// Computes the results of the current strategies on the calling thread, or
+// gives back the ones kept from before streets were forgotten. The record's
+// values are relative to an even split of the pot; running_time is 0.
+SolverProgressRecord calc_results_now();

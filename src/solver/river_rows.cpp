@@ -1,0 +1,83 @@
+#include "solver/river_rows.h"
+
+#include <vector>
+
+namespace {
+
+// The river decision nodes from `first` down, depth first, children in order:
+// the walk's own order. Kept per thread, so the lists allocate only once.
+const std::vector<const TreeNode*>& river_nodes(const SubgameEngine& e, const TreeNode& first) {
+    thread_local std::vector<const TreeNode*> nodes;
+    thread_local std::vector<const TreeNode*> stack;
+    nodes.clear();
+    stack.clear();
+    stack.push_back(&first);
+    while (!stack.empty()) {
+        const TreeNode* node = stack.back();
+        stack.pop_back();
+        if (node->kind != decision_node) continue;
+        nodes.push_back(node);
+        for (auto child = node->children.rbegin(); child != node->children.rend(); ++child)
+            stack.push_back(&e.nodes[*child]);
+    }
+    return nodes;
+}
+
+int64_t reserve_values(const std::vector<const TreeNode*>& nodes, int player, int turn, bool sums) {
+    int64_t values = 0;
+    for (const TreeNode* node : nodes) {
+        const Storage* store = sums ? node->strategy_sums.get() : node->regrets.get();
+        if (node->player == player && store) values += store->value_count(turn);
+    }
+    return values;
+}
+
+RowStream* open_chain(const std::vector<const TreeNode*>& nodes, int player, int turn, bool sums) {
+    const int64_t reserve = reserve_values(nodes, player, turn, sums);
+    RowStream* stream = nullptr;
+    for (const TreeNode* node : nodes) {
+        Storage* store = sums ? node->strategy_sums.get() : node->regrets.get();
+        if (node->player == player && store) stream = store->open_group(stream, turn, reserve);
+    }
+    return stream;
+}
+
+void close_chain(const std::vector<const TreeNode*>& nodes, int player, int turn, bool sums, bool modified) {
+    RowStream* stream = nullptr;
+    for (const TreeNode* node : nodes) {
+        Storage* store = sums ? node->strategy_sums.get() : node->regrets.get();
+        if (node->player == player && store) stream = store->close_group(stream, turn, modified);
+    }
+    if (stream && modified) stream->end_write();
+}
+
+}  // namespace
+
+void open_river_rows(const SubgameEngine& e, const TreeNode& first, int turn, bool with_sums, OpenRiverRows& rows) {
+    const std::vector<const TreeNode*>& nodes = river_nodes(e, first);
+    rows.sums_open = with_sums;
+    for (int player = 0; player < 2; ++player) {
+        rows.regret_streams[player] = open_chain(nodes, player, turn, false);
+        if (with_sums) rows.sum_streams[player] = open_chain(nodes, player, turn, true);
+    }
+    // Every row is in its open buffer now: the streams' read passes end, so
+    // that the closing can write them.
+    for (int player = 0; player < 2; ++player) {
+        RowStream* regrets = rows.regret_streams[player];
+        rows.regrets_read[player] = regrets && regrets->has_data();
+        if (rows.regrets_read[player]) regrets->end_read();
+        RowStream* sums = rows.sum_streams[player];
+        rows.sums_read[player] = sums && sums->has_data();
+        if (rows.sums_read[player]) sums->end_read();
+    }
+}
+
+void close_river_rows(const SubgameEngine& e, const TreeNode& first, int turn, const bool regrets_modified[2],
+                      const bool sums_modified[2], OpenRiverRows& rows) {
+    const std::vector<const TreeNode*>& nodes = river_nodes(e, first);
+    for (int player = 0; player < 2; ++player) {
+        close_chain(nodes, player, turn, false, regrets_modified[player]);
+        if (rows.sums_open) close_chain(nodes, player, turn, true, sums_modified[player]);
+    }
+    rows = OpenRiverRows{};
+}

@@ -1,0 +1,9 @@
+// The commands that run the solver and report its results.
+#pragma once
+
+#include "shell/reply.h"
+
+void cmd_go(const Tokens& tokens);
+void cmd_stop(const Tokens& tokens);
+void cmd_wait_for_solver(const Tokens& tokens);
+void cmd_calc_results(const Tokens& tokens);

@@ -1,0 +1,318 @@
+#include "solver/solver_driver.h"
+
+#include <omp.h>
+#include <sys/resource.h>
+#include <xmmintrin.h>
+
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <condition_variable>
+#include <cstdio>
+#include <new>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include "model/game_setup.h"
+#include "shell/reply.h"
+#include "shell/settings.h"
+#include "solver/walk.h"
+#include "storage/row_stream.h"
+
+std::mutex history_lock;
+
+namespace {
+
+std::atomic<std::thread*> solver_handle{nullptr};
+// Held while the thread object is being filled, so that the thread can't
+// detach it before it holds the thread.
+std::mutex handle_mutex;
+std::atomic<bool> stop_requested{false};
+bool limit_is_steps = false;
+int32_t run_limit = 0;
+std::vector<SolverProgressRecord> history;
+
+// Records already printed; `go` zeroes it before the thread starts, the thread
+// counts on from there.
+int32_t reported_count = 0;
+double cpu_seconds = 0;
+
+// A command may hold the next thread back until its own reply is out, so that
+// the client reads "ok" before the thread's first line.
+std::mutex start_gate_mutex;
+std::condition_variable start_gate;
+bool start_held = false;
+bool start_announced = true;  // the newest thread has printed its first line
+
+// Threads that have not yet said goodbye; waiters wait for 0.
+std::mutex solver_done_lock;
+std::condition_variable solver_done;
+int running_threads = 0;
+
+// What the start-up leaves behind. Nothing reads them: the warm-up is there to
+// have the parallel runtime's threads made before the first command.
+int32_t init_value = 0;
+long long warm_up_sum = 0;
+
+const char* const reason_requested = "requested";
+const char* const reason_accuracy = "required accuracy reached";
+const char* const reason_steps = "required number of steps done";
+const char* const reason_timeout = "timeout reached";
+
+SolverProgressRecord compute_record(SubgameEngine& e, uint64_t elapsed_ns) {
+    SolverProgressRecord record;
+    record.iterations = e.iterations;
+    const WalkResult oop = walk_player(e, 0, mode_evaluate);
+    const WalkResult ip = walk_player(e, 1, mode_evaluate);
+    record.ev_oop = oop.ev;
+    record.mes_oop = oop.best;
+    record.ev_ip = ip.ev;
+    record.mes_ip = ip.best;
+    record.exploitable = 0.5 * (record.mes_oop + record.mes_ip - record.ev_oop - record.ev_ip);
+    record.running_time = static_cast<double>(elapsed_ns / 1000000) / 1000.0;
+    return record;
+}
+
+void solver_thread() {
+    _mm_setcsr(_mm_getcsr() | 0x8040);
+    {
+        std::unique_lock lock(start_gate_mutex);
+        start_gate.wait(lock, [] { return !start_held; });
+        solver_print("SOLVER: started\n");
+        start_announced = true;
+    }
+    start_gate.notify_all();
+    SubgameEngine& e = *engine;
+    const int32_t start_iterations = e.iterations;
+    const double cpu_start = process_cpu_seconds();
+    cpu_seconds = 0;
+    const uint64_t start_ns = clock_ns();
+    uint64_t last_report_ns = start_ns;
+    int64_t min_gap_ms = 0;
+    const char* reason = reason_requested;
+
+    while (!stop_requested && e.iterations < e.max_iterations) {
+        omp_set_num_threads(threads);
+        run_iteration(e);
+        const int32_t it = e.iterations;
+        const bool due = it == report_period || (it > report_period && (it - report_period) % report_period == 0);
+        if (due) {
+            const uint64_t now = clock_ns();
+            if (static_cast<int64_t>((now - last_report_ns) / 1000000) >= min_gap_ms) {
+                last_report_ns = now;
+                min_gap_ms = 4 * report_period > it ? 250 : 500;
+                const SolverProgressRecord record = compute_record(e, now - start_ns);
+                {
+                    std::lock_guard lock(history_lock);
+                    history.push_back(record);
+                }
+                cpu_seconds = process_cpu_seconds() - cpu_start;
+                report_progress();
+                if (accuracy >= record.exploitable) {
+                    reason = reason_accuracy;
+                    break;
+                }
+            }
+        }
+        if (limit_is_steps) {
+            if (start_iterations + run_limit <= it) {
+                reason = reason_steps;
+                break;
+            }
+        } else if (run_limit > 0 && static_cast<int64_t>((clock_ns() - start_ns) / 1000000000) >= run_limit) {
+            reason = reason_timeout;
+            break;
+        }
+    }
+
+    {
+        std::lock_guard lock(handle_mutex);
+        std::thread* self = solver_handle.exchange(nullptr);
+        self->detach();
+        delete self;
+    }
+    stop_requested = false;
+    solver_active = false;
+    solver_print("SOLVER: stopped (%s)\n", reason);
+    {
+        std::lock_guard lock(solver_done_lock);
+        --running_threads;
+    }
+    solver_done.notify_all();
+}
+
+}  // namespace
+
+int storage_megabytes_per_second(int64_t bytes, double seconds) {
+    const double rate = static_cast<double>(bytes) / seconds / 1024.0 / 1024.0;
+    // A run time of 0 has no rate; print 0 rather than a conversion of infinity.
+    return std::isfinite(rate) ? static_cast<int>(std::lround(rate)) : 0;
+}
+
+uint64_t clock_ns() {
+    return static_cast<uint64_t>(
+        std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now().time_since_epoch())
+            .count());
+}
+
+double process_cpu_seconds() {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    const auto seconds = [](const timeval& t) { return static_cast<double>(t.tv_sec) + t.tv_usec * 1e-6; };
+    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
+int64_t peak_resident_bytes() {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return static_cast<int64_t>(usage.ru_maxrss) * 1024;
+}
+
+void libsubgame_init(int32_t value) {
+    init_value = value;
+    long long sum = 0;
+#pragma omp parallel for schedule(dynamic, 1) reduction(+ : sum)
+    for (int i = 0; i < 1000; ++i) sum += static_cast<long long>(i) * (omp_get_thread_num() + 1);
+    warm_up_sum += sum;
+}
+
+void hold_solver_start() {
+    std::lock_guard lock(start_gate_mutex);
+    start_held = true;
+}
+
+void release_solver_start() {
+    std::unique_lock lock(start_gate_mutex);
+    start_held = false;
+    start_gate.notify_all();
+    // The thread's first line comes before the next command's replies.
+    start_gate.wait(lock, [] { return start_announced; });
+}
+
+bool solver_running() { return solver_handle.load() != nullptr; }
+
+bool tree_complete() { return engine && !(engine->flags & incomplete_tree_flag); }
+
+bool start_solver(int32_t limit, bool steps) {
+    if (solver_running() || !engine) return false;
+    SubgameEngine& e = *engine;
+    if (e.flags & incomplete_tree_flag) return false;
+    limit_is_steps = steps;
+    run_limit = limit;
+    clear_solver_history();
+    {
+        std::lock_guard lock(engine_lock);
+        if (!open_all_storage(e)) return false;
+    }
+    solver_active = true;
+    {
+        std::lock_guard lock(solver_done_lock);
+        ++running_threads;
+    }
+    // A thread that can't be had leaves no run behind, and the start counts
+    // as done all the same.
+    const auto no_thread = [] {
+        solver_active = false;
+        {
+            std::lock_guard lock(start_gate_mutex);
+            start_announced = true;
+        }
+        std::lock_guard lock(solver_done_lock);
+        --running_threads;
+    };
+    // The handle is in place before the thread can look for it at its end.
+    auto* thread = new (std::nothrow) std::thread();
+    if (!thread) {
+        no_thread();
+        return true;
+    }
+    {
+        std::lock_guard lock(start_gate_mutex);
+        start_announced = false;
+    }
+    std::lock_guard handle_lock(handle_mutex);
+    solver_handle = thread;
+    try {
+        *thread = std::thread(solver_thread);
+    } catch (const std::system_error&) {
+        solver_handle = nullptr;
+        delete thread;
+        no_thread();
+    }
+    return true;
+}
+
+void request_solver_stop() {
+    if (solver_running()) stop_requested = true;
+}
+
+void wait_for_solver_end() {
+    std::unique_lock lock(solver_done_lock);
+    solver_done.wait(lock, [] { return running_threads == 0; });
+}
+
+std::unique_ptr<SolverProgressRecord[]> copy_history(int& count) {
+    std::lock_guard lock(history_lock);
+    count = static_cast<int>(history.size());
+    if (history.empty()) return nullptr;
+    auto copy = std::make_unique<SolverProgressRecord[]>(history.size());
+    std::copy(history.begin(), history.end(), copy.get());
+    return copy;
+}
+
+void clear_solver_history() {
+    std::lock_guard lock(history_lock);
+    history.clear();
+}
+
+void reset_progress_reports() { reported_count = 0; }
+
+void report_progress() {
+    int count = 0;
+    const std::unique_ptr<SolverProgressRecord[]> records = copy_history(count);
+    if (count <= reported_count) return;
+    reported_count = count;
+    const SolverProgressRecord& r = records[count - 1];
+    const double h = pot / 2;
+    if (front_end_mode) {
+        solver_print("#SOLVER:\trunning time: %.3f\tEV OOP: %.3f\tEV IP: %.3f\tOOP's MES: %.3f\tIP's MES: "
+                     "%.3f\tExploitable for: %.3f\tEND\n",
+                     r.running_time, r.ev_oop + h, r.ev_ip + h, r.mes_oop + h, r.mes_ip + h, r.exploitable);
+    } else {
+        char text[512];
+        std::snprintf(text, sizeof text,
+                      "SOLVER:\nrunning time: %.3f\nEV OOP: %.3f\nEV IP: %.3f\nOOP's MES: %.3f\nIP's MES: "
+                      "%.3f\nExploitable for: %.3f\nEND\n",
+                      r.running_time, r.ev_oop + h, r.ev_ip + h, r.mes_oop + h, r.mes_ip + h, r.exploitable);
+        solver_print("%s", text);
+    }
+    solver_print("#%d iterations\n", r.iterations);
+    solver_print("#storage %d MB/s read, %d MB/s write\n",
+                 storage_megabytes_per_second(storage_read_bytes, r.running_time),
+                 storage_megabytes_per_second(storage_write_bytes, r.running_time));
+    if (verbosity > 0) {
+        solver_print("[%d iterations | cpu time %.1fs | peak working set %d MB]\n", engine ? engine->iterations : 0,
+                     cpu_seconds, static_cast<int>(peak_resident_bytes() >> 20));
+    }
+    std::fflush(stdout);
+    std::this_thread::yield();
+}
+
+double run_iteration(SubgameEngine& e) {
+    if (e.strategy_compression < 2) {
+        e.update_river_average = 1;
+    } else {
+        const int d = e.iterations - 61;
+        e.update_river_average = d >= 0 && (d <= 6 || d % 7 == 0);
+    }
+    const WalkResult ip = walk_player(e, 1, mode_train);
+    const WalkResult oop = walk_player(e, 0, mode_train);
+    {
+        std::lock_guard lock(engine_lock);
+        ++e.iterations;
+        e.flags &= ~new_tree_flag;
+    }
+    return (ip.ev + oop.ev) * 0.5;
+}

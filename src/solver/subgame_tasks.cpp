@@ -1,0 +1,169 @@
+// The parallel part of a walk: one task per (chance position, card), queued by
+// the descent, run by TraverseSubgames, and taken back by the ascent.
+#include <omp.h>
+#include <xmmintrin.h>
+
+#include <algorithm>
+#include <climits>
+#include <memory>
+#include <vector>
+
+#include "shell/reply.h"
+#include "shell/settings.h"
+#include "solver/vector_ops.h"
+#include "solver/walk_internal.h"
+
+namespace {
+
+struct SubgameTask {
+    WalkFrame frame;
+    ChancePosition* position = nullptr;
+};
+
+// Touched only under engine_lock, outside the parallel loop.
+std::vector<std::unique_ptr<ChancePosition>> positions;
+std::vector<std::unique_ptr<SubgameTask>> tasks;
+size_t ascent_cursor = 0;
+
+HandVector plain_copy(const HandVector& source) { return source.clone(false); }
+
+HandVector plain_zeros(int count) {
+    HandVector zeros(count);
+    zeros.resize(count);
+    vec::fill(zeros.data, 0.0f, count);
+    return zeros;
+}
+
+// Work below a node for each traverser, for the order of the tasks: decision
+// nodes, the traverser's counting double since they also learn, and every
+// node past a chance position once per card dealt there.
+void compute_cost(const SubgameEngine& e, const TreeNode& node, int64_t (&cost)[2]) {
+    cost[0] = cost[1] = 0;
+    if (node.kind != decision_node) {
+        cost[0] = cost[1] = 1;
+        return;
+    }
+    for (const int32_t index : node.children) {
+        const TreeNode& child = e.nodes[index];
+        int64_t child_cost[2];
+        compute_cost(e, child, child_cost);
+        const int64_t cards = child.street > node.street ? 44 : 1;
+        for (int p = 0; p < 2; ++p) cost[p] += child_cost[p] * cards;
+    }
+    for (int p = 0; p < 2; ++p) cost[p] += node.player == p ? 2 : 1;
+}
+
+void ensure_cost(const SubgameEngine& e, TreeNode& node) {
+    if (node.subgame_cost[0] >= 0) return;
+    int64_t cost[2];
+    compute_cost(e, node, cost);
+    for (int p = 0; p < 2; ++p) node.subgame_cost[p] = static_cast<int32_t>(std::min<int64_t>(cost[p], INT32_MAX));
+}
+
+const RunoutBoard& task_card(const SubgameEngine& e, const WalkFrame& frame) {
+    return frame.river >= 0 ? river_board(e, frame.turn, frame.river) : turn_board(e, frame.turn);
+}
+
+void run_task(SubgameEngine& e, SubgameTask& task) {
+    // Denormals mean nothing to the solver and are slow: every worker flushes
+    // them to zero before it computes.
+    _mm_setcsr(_mm_getcsr() | 0x8040);
+    ensure_vector_pool(root_list_count(e));
+    WalkFrame& frame = task.frame;
+    ChancePosition& position = *task.position;
+    const RunoutBoard& card = task_card(e, frame);
+    const int count = static_cast<int>(card.hands.size());
+    const int16_t* identity = card.image_tables[0].data();
+
+    frame.reach.set_zero(count);
+    if (position.reach.data) {
+        frame.reach.resize(count, true);
+        vec::gather(frame.reach.data, position.reach.data, identity, count);
+    }
+    if (position.own_reach.count > 0) {
+        frame.own_reach.set_zero(count);
+        if (position.own_reach.data) {
+            frame.own_reach.resize(count, true);
+            vec::gather(frame.own_reach.data, position.own_reach.data, identity, count);
+        }
+    }
+    if (frame.river < 0 && frame.node->card_locks) {
+        std::lock_guard card_lock(frame.node->card_locks[frame.turn]);
+        walk(frame);
+    } else {
+        walk(frame);
+    }
+    {
+        std::lock_guard lock(result_mutex);
+        for (const std::vector<int16_t>& table : card.image_tables) {
+            if (frame.value.data) vec::scatter_add(position.value_sum.data, frame.value.data, table.data(), count);
+            if (frame.best.data && position.best_sum.data)
+                vec::scatter_add(position.best_sum.data, frame.best.data, table.data(), count);
+        }
+    }
+    frame.reach.release();
+    frame.own_reach.release();
+    frame.value.release();
+    frame.best.release();
+}
+
+}  // namespace
+
+void queue_chance_tasks(WalkFrame& f, bool river_position, int only_card) {
+    SubgameEngine& e = *f.engine;
+    auto position = std::make_unique<ChancePosition>();
+    position->node = f.node;
+    position->turn = river_position ? f.turn : -1;
+    position->reach = plain_copy(f.reach);
+    if (f.own_reach.count > 0) position->own_reach = plain_copy(f.own_reach);
+    position->value_sum = plain_zeros(f.reach.count);
+    if (e.mode == mode_evaluate) position->best_sum = plain_zeros(f.reach.count);
+
+    const int cards = river_position ? static_cast<int>(turn_board(e, f.turn).rivers.size())
+                                     : static_cast<int>(e.root_board->turns.size());
+    for (int card = 0; card < cards; ++card) {
+        if (only_card >= 0 && card != only_card) continue;
+        auto task = std::make_unique<SubgameTask>();
+        task->frame.engine = &e;
+        task->frame.node = f.node;
+        task->frame.turn = river_position ? f.turn : card;
+        task->frame.river = river_position ? card : -1;
+        task->position = position.get();
+        tasks.push_back(std::move(task));
+    }
+    positions.push_back(std::move(position));
+}
+
+ChancePosition& next_chance_position(const WalkFrame& f) {
+    // The ascent meets the positions in the order the descent queued them.
+    if (ascent_cursor >= positions.size()) fail("chance positions out of step");
+    ChancePosition& position = *positions[ascent_cursor++];
+    const int turn = position.turn >= 0 ? f.turn : -1;
+    if (position.node != f.node || position.turn != turn) fail("chance positions out of step");
+    return position;
+}
+
+void clear_subgame_tasks() {
+    tasks.clear();
+    positions.clear();
+    ascent_cursor = 0;
+}
+
+void TraverseSubgames(SubgameEngine& e) {
+    ascent_cursor = 0;
+    if (tasks.empty()) return;
+    std::vector<SubgameTask*> order;
+    order.reserve(tasks.size());
+    for (auto& task : tasks) order.push_back(task.get());
+    if (e.mode == mode_train) {
+        // Largest subtrees first, so that the last tasks to start are small.
+        for (SubgameTask* task : order) ensure_cost(e, *task->frame.node);
+        const int traverser = e.traverser;
+        std::stable_sort(order.begin(), order.end(), [traverser](const SubgameTask* a, const SubgameTask* b) {
+            return a->frame.node->subgame_cost[traverser] > b->frame.node->subgame_cost[traverser];
+        });
+    }
+    const int count = static_cast<int>(order.size());
+#pragma omp parallel for schedule(dynamic, 1) num_threads(threads)
+    for (int i = 0; i < count; ++i) run_task(e, *order[i]);
+}

@@ -1,0 +1,89 @@
+// Per-hand arithmetic of the walk on raw f32 rows. Plain loops over restrict
+// pointers: the compiler turns them into 8-wide AVX code with a scalar tail.
+#pragma once
+
+#include <cfloat>
+#include <cstdint>
+
+namespace vec {
+
+inline void copy(float* __restrict out, const float* __restrict in, int n) {
+    for (int i = 0; i < n; ++i) out[i] = in[i];
+}
+
+inline void fill(float* __restrict out, float value, int n) {
+    for (int i = 0; i < n; ++i) out[i] = value;
+}
+
+inline void scale(float* __restrict out, float factor, int n) {
+    for (int i = 0; i < n; ++i) out[i] *= factor;
+}
+
+inline void add(float* __restrict out, const float* __restrict in, int n) {
+    for (int i = 0; i < n; ++i) out[i] += in[i];
+}
+
+// out = a * b
+inline void multiply(float* __restrict out, const float* __restrict a, const float* __restrict b, int n) {
+    for (int i = 0; i < n; ++i) out[i] = a[i] * b[i];
+}
+
+// out *= a; returns the sum of the products.
+inline float multiply_in_place_sum(float* __restrict out, const float* __restrict a, int n) {
+    float sum = 0;
+    for (int i = 0; i < n; ++i) {
+        out[i] *= a[i];
+        sum += out[i];
+    }
+    return sum;
+}
+
+// out += a * b
+inline void add_product(float* __restrict out, const float* __restrict a, const float* __restrict b, int n) {
+    for (int i = 0; i < n; ++i) out[i] += a[i] * b[i];
+}
+
+inline void max_in_place(float* __restrict out, const float* __restrict in, int n) {
+    for (int i = 0; i < n; ++i) out[i] = out[i] > in[i] ? out[i] : in[i];
+}
+
+// Maximum against an all-zero vector.
+inline void max_zero(float* __restrict out, int n) {
+    for (int i = 0; i < n; ++i) out[i] = out[i] > 0.0f ? out[i] : 0.0f;
+}
+
+// f32 dot product, as the walk's final sums are defined.
+inline float dot(const float* __restrict a, const float* __restrict b, int n) {
+    float sum = 0;
+    for (int i = 0; i < n; ++i) sum += a[i] * b[i];
+    return sum;
+}
+
+inline float sum(const float* __restrict a, int n) {
+    float total = 0;
+    for (int i = 0; i < n; ++i) total += a[i];
+    return total;
+}
+
+// Positive entries times `up`; negative ones times `down`.
+inline void scale_signed(float* __restrict out, float up, float down, int n) {
+    for (int i = 0; i < n; ++i) out[i] *= out[i] > 0.0f ? up : down;
+}
+
+// child[i] = parent[table[i]]: a child list is a subset of its parent's.
+inline void gather(float* __restrict child, const float* __restrict parent, const int16_t* __restrict table,
+                   int n) {
+    for (int i = 0; i < n; ++i) child[i] = parent[table[i]];
+}
+
+// parent[table[i]] += child[i]. A negative entry is an image the parent
+// list lacks (an asymmetric range under isomorphism) and is skipped.
+inline void scatter_add(float* __restrict parent, const float* __restrict child, const int16_t* __restrict table,
+                        int n) {
+    for (int i = 0; i < n; ++i) {
+        const int16_t at = table[i];
+        if (at >= 0) parent[at] += child[i];
+    }
+}
+
+}  // namespace vec

@@ -1,0 +1,162 @@
+// What the pieces of the walk share among themselves: the per-thread scratch,
+// strategy rows, board look-ups and the node routines.
+#pragma once
+
+#include <array>
+#include <cfloat>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <vector>
+
+#include "solver/kernels.h"
+#include "solver/walk.h"
+#include "tree/boards.h"
+
+// Smallest normal f32: anything below counts as zero at the walk's tests.
+constexpr float smallest_normal = FLT_MIN;
+
+// One leaf of a RiverBatch: the node's payoff signed for the traverser, the
+// node kind, and which of the batch's reach rows it reads (-1: none).
+struct LeafEntry {
+    double value = 0;
+    int32_t kind = 0;
+    int32_t reach = -1;
+};
+
+// Per-thread working memory of the river walk. Made on the thread's first
+// arrival at a river node and kept for the thread's life; the lists keep
+// their capacity between batches and hold no vectors between them.
+struct ThreadScratch {
+    alignas(64) uint16_t group_mask[max_strength_groups] = {};
+    std::vector<LeafEntry> leaves;
+    std::vector<const float*> leaf_reach;  // rows owned by reach_rows or by the batch's caller
+    std::vector<HandVector> reach_rows;    // opponent reaches made inside the batch
+    std::vector<HandVector> leaf_value;
+    int32_t next_leaf = 0;
+    // Batch evaluation lists.
+    std::vector<int32_t> showdown_leaves;
+    std::vector<int32_t> fold_leaves;
+    std::vector<float*> outs;
+    std::vector<const float*> reaches;
+    std::vector<float> payoffs;
+    std::unique_ptr<bool[]> nonzero;
+    size_t nonzero_capacity = 0;
+
+    void clear_lists();
+};
+
+ThreadScratch& thread_scratch();
+
+// Rows of one value per hand for each action of a node. Nodes with up to six
+// actions keep them on the stack; the blocks come from the thread's pool.
+class ActionRows {
+public:
+    explicit ActionRows(int actions);
+    ActionRows(const ActionRows&) = delete;
+    ActionRows& operator=(const ActionRows&) = delete;
+
+    int size() const { return actions_; }
+    HandVector& operator[](int a) { return a < inline_actions ? inline_[a] : overflow_[a - inline_actions]; }
+    // Each row's data pointer (null for a zero row), valid until a row changes.
+    float* const* pointers();
+
+private:
+    static constexpr int inline_actions = 6;
+    int actions_;
+    std::array<HandVector, inline_actions> inline_;
+    std::vector<HandVector> overflow_;
+    std::array<float*, inline_actions> inline_pointers_{};
+    std::vector<float*> overflow_pointers_;
+};
+
+// ---------------------------------------------------------------------------
+// Boards of a walk position.
+
+inline const RunoutBoard& turn_board(const SubgameEngine& e, int turn) { return e.root_board->turns[turn]; }
+
+inline const RunoutBoard& river_board(const SubgameEngine& e, int turn, int river) {
+    return e.root_board->turns[turn].rivers[river];
+}
+
+// The hand_cards words of the list of a position.
+inline const uint16_t* list_hand_cards(const SubgameEngine& e, int turn, int river) {
+    if (turn < 0) return e.root_board->hand_cards.data();
+    if (river < 0) return turn_board(e, turn).hand_cards.data();
+    return river_board(e, turn, river).hand_cards.data();
+}
+
+inline int root_list_count(const SubgameEngine& e) { return static_cast<int>(e.root_weights[0].size()); }
+
+// A terminal's payoff for the traverser: what the winner gains, lost by the
+// traverser when it folded.
+inline float terminal_payoff(const SubgameEngine& e, const TreeNode& node) {
+    if (node.kind == showdown_node) return static_cast<float>(node.value);
+    if (node.kind == fold_node) return static_cast<float>(node.player == e.traverser ? -node.value : node.value);
+    return 0.0f;
+}
+
+// Strategy sums are added in this iteration (apart from the phase and the
+// river switches).
+inline bool sums_allowed(const SubgameEngine& e) {
+    return e.average_strategy_mode == 2 || (e.average_strategy_mode == 1 && e.iterations > 60);
+}
+
+// Weight of this iteration's strategy sums.
+float strategy_weight(const SubgameEngine& e);
+
+// The row's lock, or null when the node has no regret store for it.
+LockRecord* node_lock(const TreeNode& node, int turn, int river);
+
+// ---------------------------------------------------------------------------
+// Node routines.
+
+// Fills one row per action with the strategy the mode plays at this node: in
+// training the regret-matched current strategy (a hand without regret plays
+// its first action nine times in ten); otherwise the average strategy where
+// sums exist, the current one elsewhere.
+void read_node_strategy(const WalkFrame& frame, ActionRows& strategy, bool training);
+
+void walk_traverser_node(WalkFrame& frame);
+void walk_opponent_node(WalkFrame& frame);
+void walk_turn_chance(WalkFrame& frame);
+void walk_river_chance(WalkFrame& frame);
+void walk_terminal(WalkFrame& frame);
+void river_batch(WalkFrame& frame);
+
+// The training boost of a child's values; `parent` is the node that chooses.
+void apply_boost(HandVector& value, const TreeNode& parent, const TreeNode& child);
+
+// Regret update of the traverser's node from its value and its actions' values.
+void update_node_regrets(const WalkFrame& frame, const HandVector& value, ActionRows& action_values);
+
+// The last two children of a river node as (showdown, fold) indices, when
+// they are exactly one of each; else {-1, -1}.
+struct RiverPair {
+    int showdown = -1;
+    int fold = -1;
+};
+RiverPair river_pair_children(const SubgameEngine& e, const TreeNode& node);
+
+// ---------------------------------------------------------------------------
+// Chance tasks.
+
+// The vectors one chance position shares with its tasks: the parent's reach,
+// own reach, and the accumulators the tasks add their results to.
+struct ChancePosition {
+    const TreeNode* node = nullptr;
+    int32_t turn = -1;  // the dealt turn of a river position, -1 at a turn position
+    HandVector reach;
+    HandVector own_reach;
+    HandVector value_sum;
+    HandVector best_sum;
+};
+
+// Queues one task per card at this position (only `only_card` when it is not
+// negative) and keeps the position for the ascent.
+void queue_chance_tasks(WalkFrame& frame, bool river_position, int only_card);
+// The ascent's next position; it must be the one queued at this frame.
+ChancePosition& next_chance_position(const WalkFrame& frame);
+
+// Values of a capture request at its node.
+void capture_at(WalkFrame& frame);

@@ -1,0 +1,165 @@
+// The solver thread's run control: its stop rules and the words it gives for
+// them, its result records, and what a run keeps from the one before.
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <string>
+
+#include "solver/results.h"
+#include "solver/solver_driver.h"
+#include "solver/walk.h"
+#include "solver_test_support.h"
+
+namespace {
+
+class SolverDriverTest : public testing::Test {
+protected:
+    static void SetUpTestSuite() { prepare_solver_tables(); }
+    void SetUp() override {
+        threads = 2;
+        accuracy = 0;
+        build_test_game(river_game());
+    }
+    void TearDown() override {
+        request_solver_stop();
+        wait_for_solver_end();
+        accuracy = 0;
+        destroy_engine();
+    }
+
+    // Runs to the end and returns what the thread printed.
+    static std::string run(int32_t limit, bool steps) {
+        testing::internal::CaptureStdout();
+        EXPECT_TRUE(start_solver(limit, steps));
+        wait_for_solver_end();
+        return testing::internal::GetCapturedStdout();
+    }
+
+    static bool says(const std::string& output, const std::string& line) {
+        return output.find(line + "\n") != std::string::npos;
+    }
+
+    static std::vector<SolverProgressRecord> history() {
+        int count = 0;
+        const auto records = copy_history(count);
+        return std::vector<SolverProgressRecord>(records.get(), records.get() + count);
+    }
+};
+
+TEST_F(SolverDriverTest, StepsCountFromWhereTheLastRunEnded) {
+    std::string output = run(30, true);
+    EXPECT_TRUE(says(output, "SOLVER: started"));
+    EXPECT_TRUE(says(output, "SOLVER: stopped (required number of steps done)"));
+    EXPECT_EQ(engine->iterations, 30);
+    // The first result comes at iteration 25.
+    auto records = history();
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_EQ(records[0].iterations, 25);
+    EXPECT_NE(output.find("SOLVER:\nrunning time: "), std::string::npos);
+    EXPECT_NE(output.find("\nExploitable for: "), std::string::npos);
+    const SolverProgressRecord& r = records[0];
+    EXPECT_DOUBLE_EQ(r.exploitable, 0.5 * (r.mes_oop + r.mes_ip - r.ev_oop - r.ev_ip));
+
+    output = run(30, true);
+    EXPECT_EQ(engine->iterations, 60);
+    records = history();  // a new run starts a new history
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_EQ(records[0].iterations, 50);
+
+    // Zero steps still run one iteration: the limit is checked after it.
+    run(0, true);
+    EXPECT_EQ(engine->iterations, 61);
+}
+
+TEST_F(SolverDriverTest, AccuracyStopsAtTheFirstResult) {
+    accuracy = 1000;
+    const std::string output = run(0, false);
+    EXPECT_TRUE(says(output, "SOLVER: stopped (required accuracy reached)"));
+    EXPECT_EQ(engine->iterations, 25);
+}
+
+TEST_F(SolverDriverTest, TimeoutAfterTheSeconds) {
+    // This game runs thousands of iterations a second: neither the ceiling
+    // nor a rounding-negative exploitability may end it first.
+    engine->max_iterations = INT32_MAX;
+    accuracy = -1;
+    const uint64_t start = clock_ns();
+    const std::string output = run(1, false);
+    EXPECT_TRUE(says(output, "SOLVER: stopped (timeout reached)"));
+    EXPECT_GE(clock_ns() - start, 1000000000u);
+}
+
+TEST_F(SolverDriverTest, StopAndTheIterationCeilingAreRequests) {
+    testing::internal::CaptureStdout();
+    ASSERT_TRUE(start_solver(0, false));
+    EXPECT_FALSE(start_solver(0, false));  // one run at a time
+    request_solver_stop();
+    wait_for_solver_end();
+    std::string output = testing::internal::GetCapturedStdout();
+    EXPECT_TRUE(says(output, "SOLVER: stopped (requested)"));
+    EXPECT_FALSE(solver_running());
+    wait_for_solver_end();  // returns at once with nothing running
+
+    engine->max_iterations = engine->iterations + 3;
+    output = run(0, false);
+    EXPECT_TRUE(says(output, "SOLVER: stopped (requested)"));
+    EXPECT_EQ(engine->iterations, engine->max_iterations);
+    // At the ceiling a run starts and stops without an iteration.
+    output = run(100, true);
+    EXPECT_TRUE(says(output, "SOLVER: started"));
+    EXPECT_TRUE(says(output, "SOLVER: stopped (requested)"));
+    EXPECT_EQ(engine->iterations, engine->max_iterations);
+}
+
+TEST_F(SolverDriverTest, AnIncompleteTreeDoesNotStart) {
+    engine->flags |= incomplete_tree_flag;
+    EXPECT_FALSE(start_solver(10, true));
+    EXPECT_FALSE(solver_running());
+    engine->flags &= ~incomplete_tree_flag;
+}
+
+// Strategy sums of the root (OOP acts there, IP's walks add to them).
+float root_sum_total() {
+    const TreeNode& root = engine->nodes[0];
+    const int actions = static_cast<int>(root.children.size());
+    const int count = root.regrets->row_length(engine->root_turn_group, engine->root_river_row);
+    std::vector<std::vector<float>> rows(actions, std::vector<float>(count));
+    std::vector<float*> pointers;
+    for (auto& row : rows) pointers.push_back(row.data());
+    root.strategy_sums->read_strategy(pointers.data(), engine->root_turn_group, engine->root_river_row, {});
+    float total = 0;
+    for (const auto& row : rows)
+        for (const float value : row) total += value;
+    return total;
+}
+
+TEST_F(SolverDriverTest, StrategySumsStartAfterIterationSixty) {
+    open_all_storage(*engine);
+    for (int i = 0; i < 61; ++i) run_iteration(*engine);
+    EXPECT_EQ(root_sum_total(), 0.0f);
+    run_iteration(*engine);
+    EXPECT_GT(root_sum_total(), 0.0f);
+}
+
+TEST_F(SolverDriverTest, ALockedRowKeepsItsStrategy) {
+    open_all_storage(*engine);
+    TreeNode& root = engine->nodes[0];
+    root.regrets->lock_record(engine->root_turn_group, engine->root_river_row)->flags |= lock_flag_node;
+    for (int i = 0; i < 70; ++i) run_iteration(*engine);
+    const int actions = static_cast<int>(root.children.size());
+    const int count = root.regrets->row_length(engine->root_turn_group, engine->root_river_row);
+    std::vector<std::vector<float>> rows(actions, std::vector<float>(count));
+    std::vector<float*> pointers;
+    for (auto& row : rows) pointers.push_back(row.data());
+    std::vector<float> defaults(actions, 0.25f);
+    root.regrets->read_strategy(pointers.data(), engine->root_turn_group, engine->root_river_row, defaults);
+    for (const auto& row : rows)
+        for (const float value : row) EXPECT_EQ(value, 0.25f);  // nothing learnt: the defaults
+    EXPECT_EQ(root_sum_total(), 0.0f);                            // and nothing summed
+    // Below the lock the game is still solved against it.
+    const SolverProgressRecord results = calc_results_now();
+    EXPECT_GE(results.mes_oop, results.ev_oop - 0.01);
+    EXPECT_NEAR(results.ev_oop + results.ev_ip, 0.0, 0.01);
+}
+
+}  // namespace
