@@ -1,0 +1,120 @@
+// Small built games for the report tests, and stores filled with known rows
+// so that reports can be checked without running the solver.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "analysis/strategy_read.h"
+#include "model/lines.h"
+#include "shell/reply.h"
+#include "shell/settings.h"
+#include "solver/river_rows.h"
+#include "tree/board_test_support.h"
+#include "tree/boards.h"
+#include "tree/build.h"
+#include "tree/engine.h"
+#include "tree/paths.h"
+
+// Checks and bets on every street, so every street has decisions of both
+// players with more than one action.
+inline const std::vector<std::vector<double>> three_street_lines = {
+    {0, 0, 0, 0, 0, 0},      {0, 0, 0, 0, 0, 50, 50}, {0, 0, 50, 50, 50, 50},
+    {0, 0, 50, 50, 100, 100}, {50, 50, 50, 50},       {50, 150, 150, 150, 150},
+};
+
+// The same for trees that start on the turn or the river.
+inline const std::vector<std::vector<double>> turn_lines = {{0, 0, 0, 0}, {0, 0, 50, 50}, {50, 50, 50, 50}};
+inline const std::vector<std::vector<double>> river_lines = {{0, 0}, {0, 50, 50}, {50, 50}};
+
+struct Spot {
+    std::string flop = "Qs Jh 2h";
+    std::string turn;   // empty: dealt by the tree
+    std::string river;
+    bool isomorphic = false;
+    int compression = 0;
+    std::vector<std::vector<double>> lines = three_street_lines;
+};
+
+// Builds the game and leaves its replies unprinted.
+inline void build_spot(const Spot& spot, const RangeVector& oop, const RangeVector& ip) {
+    player_range[0] = oop;
+    player_range[1] = ip;
+    flop_mask = parse_cards(spot.flop);
+    turn_mask = spot.turn.empty() ? 0 : parse_cards(spot.turn);
+    river_mask = spot.river.empty() ? 0 : parse_cards(spot.river);
+    pot = 100;
+    isomorphism_by_street[1] = spot.isomorphic;
+    isomorphism_by_street[2] = spot.isomorphic;
+    compression_set = spot.compression;
+    schematic_tree = make_schematic_tree();
+    for (const auto& line : spot.lines) merge_line(*schematic_tree, line, LineMerge::Add);
+    testing::internal::CaptureStdout();
+    try {
+        build_game(true);
+    } catch (...) {
+        testing::internal::GetCapturedStdout();
+        throw;
+    }
+    flush_replies();
+    fflush(stdout);
+    testing::internal::GetCapturedStdout();
+}
+
+// What a command handler replied.
+inline std::string replies_of(const std::function<void()>& handler) {
+    testing::internal::CaptureStdout();
+    handler();
+    flush_replies();
+    fflush(stdout);
+    return testing::internal::GetCapturedStdout();
+}
+
+// The numbers at the start of a text.
+inline std::vector<double> numbers_of(const std::string& text) {
+    std::vector<double> values;
+    const char* at = text.c_str();
+    char* end = nullptr;
+    for (double value = strtod(at, &end); end != at; value = strtod(at, &end)) {
+        values.push_back(value);
+        at = end;
+    }
+    return values;
+}
+
+// Writes a row per action into one of the node's stores at (group, row),
+// value(action, hand) for each hand of the row. Compressed river rows are
+// opened for the write and written back.
+inline void write_node_rows(TreeNode& node, bool sums, int group, int row,
+                            const std::function<float(int, int)>& value) {
+    SubgameEngine& e = *engine;
+    open_storages(e);
+    Storage& store = sums ? *node.strategy_sums : *node.regrets;
+    const bool river = node.street == river_street;
+    OpenRiverRows open;
+    const TreeNode* first = &node;
+    while (!is_first_of_street(*first)) first = first->parent_node;
+    if (river) open_river_rows(e, *first, group, sums, open);
+    const int hands = store.row_length(group, row);
+    std::vector<float> values(static_cast<size_t>(hands));
+    for (int a = 0; a < static_cast<int>(node.children.size()); ++a) {
+        for (int h = 0; h < hands; ++h) values[h] = value(a, h);
+        store.write_row(group, row, a, values.data());
+    }
+    if (river) {
+        const bool written[2] = {!sums, !sums};
+        const bool sums_written[2] = {sums, sums};
+        close_river_rows(e, *first, group, written, sums_written, open);
+    }
+}
+
+// Whole numbers 0..999 that differ from hand to hand and action to action, so
+// that a permuted or misplaced row shows; a hand of every seventh has none.
+inline float spread_regret(int action, int hand) {
+    if (hand % 7 == 3) return 0.0f;
+    return static_cast<float>((hand * 37 + action * 101 + 11) % 1000);
+}
