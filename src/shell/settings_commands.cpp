@@ -6,7 +6,9 @@
 #include "model/game_setup.h"
 #include "shell/settings.h"
 #include "shell/tokens.h"
+#include "solver/solver_driver.h"
 #include "tree/build.h"
+#include "tree/engine.h"
 
 namespace {
 
@@ -91,7 +93,12 @@ void cmd_set_compression(const Tokens& tokens) {
     // Without a tree the request waits for the next build; with one, the
     // stores are made anew at the new level and the solve starts over.
     compression_set = parse_compression_level(tokens[1]);
-    if (tree_ready) apply_compression_setting();
+    if (tree_ready) {
+        // Between two walks of a running solve: the walk opens the new stores.
+        std::lock_guard lock(engine_lock);
+        apply_compression_setting();
+        clear_solver_history();
+    }
     reply_ok(tokens);
 }
 
