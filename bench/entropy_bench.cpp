@@ -21,6 +21,7 @@
 #include <ctime>
 #include <vector>
 
+#include "bench_timing.h"
 #include "storage/entropy_row_stream.h"
 
 namespace {
@@ -77,11 +78,6 @@ double median(std::vector<double> values) {
 
 // Processor time of this thread: the machine may be shared, and time spent
 // waiting for a core is not the coder's.
-double thread_seconds() {
-    timespec now;
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-    return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
-}
 
 template <class Value>
 void measure(const Distribution& d) {

@@ -22,6 +22,7 @@
 #include <random>
 #include <vector>
 
+#include "bench_timing.h"
 #include "storage/block_row_code.h"
 
 namespace {
@@ -46,30 +47,6 @@ std::vector<std::vector<T>> make_rows(double zero_probability, double top_bits, 
     return rows;
 }
 
-double thread_seconds() {
-    timespec now;
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-    return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
-}
-
-// Repeats `pass` for about `run_seconds`; returns MB/s of `raw_bytes` per pass.
-template <class Pass>
-double median_throughput(Pass pass, double raw_bytes) {
-    std::vector<double> rates;
-    for (int r = 0; r < runs; ++r) {
-        int passes = 0;
-        const double start = thread_seconds();
-        double elapsed = 0;
-        do {
-            pass();
-            ++passes;
-            elapsed = thread_seconds() - start;
-        } while (elapsed < run_seconds);
-        rates.push_back(raw_bytes * passes / elapsed / 1e6);
-    }
-    std::nth_element(rates.begin(), rates.begin() + runs / 2, rates.end());
-    return rates[runs / 2];
-}
 
 volatile uint32_t sink;
 
@@ -87,15 +64,15 @@ void bench_width(const char* label, const BlockRowCodec& codec, const std::vecto
     std::vector<uint8_t> stream(static_cast<size_t>(row_count) * block_row_bound(hands, sizeof(T)));
     size_t coded = 0;
     const double raw = static_cast<double>(row_count) * hands * sizeof(T);
-    const double encode_rate = median_throughput(
+    const double encode_rate = median_rate(
         [&] {
             coded = 0;
             for (const auto& row : rows) coded += encode(row.data(), stream.data() + coded);
         },
-        raw);
+        raw, runs, run_seconds);
 
     std::vector<T> out(hands);
-    const double decode_rate = median_throughput(
+    const double decode_rate = median_rate(
         [&] {
             const uint8_t* at = stream.data();
             const uint8_t* end = stream.data() + coded;
@@ -104,7 +81,7 @@ void bench_width(const char* label, const BlockRowCodec& codec, const std::vecto
                 sink = out[r % hands];
             }
         },
-        raw);
+        raw, runs, run_seconds);
 
     // The bench is only worth its figures if the rows come back.
     const uint8_t* at = stream.data();

@@ -27,6 +27,7 @@
 #include <random>
 #include <vector>
 
+#include "bench_timing.h"
 #include "storage/arena_storage.h"
 #include "storage/block_row_stream.h"
 #include "storage/entropy_row_stream.h"
@@ -42,30 +43,6 @@ constexpr int rows_per_group = 46;
 constexpr int runs = 5;
 constexpr double run_seconds = 0.2;
 
-double thread_seconds() {
-    timespec now;
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-    return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
-}
-
-// Repeats `pass` for about `run_seconds`; returns millions of `items` per second.
-template <class Pass>
-double median_rate(Pass pass, double items) {
-    std::vector<double> rates;
-    for (int r = 0; r < runs; ++r) {
-        int passes = 0;
-        const double start = thread_seconds();
-        double elapsed = 0;
-        do {
-            pass();
-            ++passes;
-            elapsed = thread_seconds() - start;
-        } while (elapsed < run_seconds);
-        rates.push_back(items * passes / elapsed / 1e6);
-    }
-    std::nth_element(rates.begin(), rates.begin() + runs / 2, rates.end());
-    return rates[runs / 2];
-}
 
 RowLayout make_layout(std::mt19937& random) {
     std::vector<std::vector<int>> hands(group_count, std::vector<int>(rows_per_group));
@@ -107,7 +84,7 @@ double read_rate(const std::vector<std::unique_ptr<Storage>>& nodes, const RowLa
                     for (int r = 0; r < rows_per_group; ++r) node->read_strategy(rows, g, r, defaults);
             sink = out[0];
         },
-        double(layout.value_count) * node_count);
+        double(layout.value_count) * node_count, runs, run_seconds);
 }
 
 // A chain of packed stores over one stream per group, made here with room
@@ -179,7 +156,7 @@ void bench_packed(int mode, const Distribution& data, const RowLayout& layout, s
                 stream->end_write();
             }
         },
-        values);
+        values, runs, run_seconds);
 
     // Reads through open groups; the rows stay as they are.
     for (int g = 0; g < group_count; ++g) {
