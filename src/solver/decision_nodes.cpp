@@ -147,17 +147,21 @@ void update_node_regrets(const WalkFrame& f, const HandVector& value, ActionRows
     node.regrets->update_regrets(f.turn, f.river, value.data, action_values.pointers(), tie_groups, scale);
 }
 
+// No opposing hand gets to the node: every value below it is zero, so the
+// subtree is skipped (a capture walk still goes down to reach its node).
+static bool returned_unreached(WalkFrame& f) {
+    if (f.reach.data || f.engine->mode == mode_capture) return false;
+    f.value.set_zero(f.reach.count);
+    if (f.engine->mode == mode_evaluate) f.best.set_zero(f.reach.count);
+    return true;
+}
+
 void walk_traverser_node(WalkFrame& f) {
     SubgameEngine& e = *f.engine;
     const TreeNode& node = *f.node;
     const int count = f.reach.count;
     const bool evaluating = e.mode == mode_evaluate;
-    if (!f.reach.data && e.mode != mode_capture) {
-        // No opposing hand gets here: every value below is zero.
-        f.value.set_zero(count);
-        if (evaluating) f.best.set_zero(count);
-        return;
-    }
+    if (returned_unreached(f)) return;
     const int actions = static_cast<int>(node.children.size());
     ActionRows strategy(actions);
     read_node_strategy(f, strategy, e.mode == mode_train);
@@ -276,11 +280,7 @@ void walk_opponent_node(WalkFrame& f) {
     const TreeNode& node = *f.node;
     const int count = f.reach.count;
     const bool evaluating = e.mode == mode_evaluate;
-    if (!f.reach.data && e.mode != mode_capture) {
-        f.value.set_zero(count);
-        if (evaluating) f.best.set_zero(count);
-        return;
-    }
+    if (returned_unreached(f)) return;
     const int actions = static_cast<int>(node.children.size());
     ActionRows strategy(actions);
     if (f.reach.data) read_node_strategy(f, strategy, e.mode == mode_train);
