@@ -28,13 +28,24 @@ inline void multiply(float* __restrict out, const float* __restrict a, const flo
     for (int i = 0; i < n; ++i) out[i] = a[i] * b[i];
 }
 
-// out *= a; returns the sum of the products.
+// out *= a; returns the sum of the products. The sum is kept in eight
+// partial sums, one per vector lane: a single running sum would make every
+// addition wait on the one before. Callers only compare it with a threshold.
 inline float multiply_in_place_sum(float* __restrict out, const float* __restrict a, int n) {
+    float lanes[8] = {};
+    int i = 0;
+    for (; i + 8 <= n; i += 8) {
+        for (int k = 0; k < 8; ++k) {
+            out[i + k] *= a[i + k];
+            lanes[k] += out[i + k];
+        }
+    }
     float sum = 0;
-    for (int i = 0; i < n; ++i) {
+    for (; i < n; ++i) {
         out[i] *= a[i];
         sum += out[i];
     }
+    for (const float lane : lanes) sum += lane;
     return sum;
 }
 

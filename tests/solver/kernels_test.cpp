@@ -390,6 +390,16 @@ TEST(EvalKernels, GroupMaskMarksLiveHands) {
         if (static_cast<int>(g) == large.group) want = 1;
         EXPECT_EQ(mask[g], want) << "group " << g;
     }
+    // Random reaches, with values just below the smallest normal, on every
+    // small group: each bit says whether its own hand has reach.
+    std::mt19937 random(7);
+    for (float& r : reach) r = std::array<float, 3>{0.0f, 1e-39f, 0.3f}[random() % 3];
+    fill_group_mask(mask.data(), reach.data(), board);
+    for (const SmallGroup& group : board.small_groups) {
+        uint16_t want = 0;
+        for (int i = 0; i < group.count; ++i) want |= static_cast<uint16_t>((reach[group.first + i] > 1e-30f) << i);
+        EXPECT_EQ(mask[group.group], want) << "group " << group.group;
+    }
     fill_group_mask(mask.data(), nullptr, board);
     const auto groups_end = mask.begin() + static_cast<std::ptrdiff_t>(board.strength_groups.size());
     EXPECT_TRUE(std::all_of(mask.begin(), groups_end, [](uint16_t word) { return word == 0; }));
