@@ -60,8 +60,9 @@ void scatter_child(HandVector& parent, int parent_count, const HandVector& child
         parent.resize(parent_count, true);
         vec::fill(parent.data, 0.0f, parent_count);
     }
-    for (const std::vector<int16_t>& table : card.image_tables)
-        vec::scatter_add(parent.data, child.data, table.data(), child.count);
+    vec::scatter_add_each(parent.data, child.data, card.image_tables[0].data(), child.count);
+    for (size_t k = 1; k < card.image_tables.size(); ++k)
+        vec::scatter_add(parent.data, child.data, card.image_tables[k].data(), child.count);
 }
 
 void gather_child(HandVector& child, const HandVector& parent, const RunoutBoard& card) {

@@ -101,12 +101,12 @@ void read_node_strategy(const WalkFrame& f, ActionRows& strategy, bool training)
     ActionRows current(actions);
     fill_rows(current, count);
     node.regrets->read_strategy(current.pointers(), f.turn, f.river, uniform_defaults(actions));
-    for (int h = 0; h < count; ++h) {
-        float total = 0;
-        for (int a = 0; a < actions; ++a) total += strategy[a].data[h];
-        if (total == 0.0f)
-            for (int a = 0; a < actions; ++a) strategy[a].data[h] = current[a].data[h];
-    }
+    // Action by action, so that each pass is a straight vector loop.
+    HandVector total(count);
+    total.resize(count, true);
+    vec::copy(total.data, strategy[0].data, count);
+    for (int a = 1; a < actions; ++a) vec::add(total.data, strategy[a].data, count);
+    for (int a = 0; a < actions; ++a) vec::fill_where_zero(strategy[a].data, current[a].data, total.data, count);
 }
 
 RiverPair river_pair_children(const SubgameEngine& e, const TreeNode& node) {

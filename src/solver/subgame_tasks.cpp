@@ -95,10 +95,13 @@ void run_task(SubgameEngine& e, SubgameTask& task) {
     }
     {
         std::lock_guard lock(result_mutex);
-        for (const std::vector<int16_t>& table : card.image_tables) {
-            if (frame.value.data) vec::scatter_add(position.value_sum.data, frame.value.data, table.data(), count);
-            if (frame.best.data && position.best_sum.data)
-                vec::scatter_add(position.best_sum.data, frame.best.data, table.data(), count);
+        const bool with_best = frame.best.data && position.best_sum.data;
+        if (frame.value.data) vec::scatter_add_each(position.value_sum.data, frame.value.data, identity, count);
+        if (with_best) vec::scatter_add_each(position.best_sum.data, frame.best.data, identity, count);
+        for (size_t k = 1; k < card.image_tables.size(); ++k) {
+            const int16_t* table = card.image_tables[k].data();
+            if (frame.value.data) vec::scatter_add(position.value_sum.data, frame.value.data, table, count);
+            if (with_best) vec::scatter_add(position.best_sum.data, frame.best.data, table, count);
         }
     }
     frame.reach.release();

@@ -54,6 +54,11 @@ inline void add_product(float* __restrict out, const float* __restrict a, const 
     for (int i = 0; i < n; ++i) out[i] += a[i] * b[i];
 }
 
+// out[i] = fill[i] wherever key[i] is zero.
+inline void fill_where_zero(float* __restrict out, const float* __restrict fill, const float* __restrict key, int n) {
+    for (int i = 0; i < n; ++i) out[i] = key[i] == 0.0f ? fill[i] : out[i];
+}
+
 inline void max_in_place(float* __restrict out, const float* __restrict in, int n) {
     for (int i = 0; i < n; ++i) out[i] = out[i] > in[i] ? out[i] : in[i];
 }
@@ -85,6 +90,13 @@ inline void scale_signed(float* __restrict out, float up, float down, int n) {
 inline void gather(float* __restrict child, const float* __restrict parent, const int16_t* __restrict table,
                    int n) {
     for (int i = 0; i < n; ++i) child[i] = parent[table[i]];
+}
+
+// parent[table[i]] += child[i] for a table without negative entries, such as
+// a list's identity table: no test per hand.
+inline void scatter_add_each(float* __restrict parent, const float* __restrict child,
+                             const int16_t* __restrict table, int n) {
+    for (int i = 0; i < n; ++i) parent[table[i]] += child[i];
 }
 
 // parent[table[i]] += child[i]. A negative entry is an image the parent
