@@ -4,11 +4,14 @@
 // that both players' values add up to the pot, and the peak resident memory.
 //
 //   solve_bench <spot file> [--threads N] [--target CHIPS] [--max-iterations N] [--repeat K]
+//               [--compression LEVEL]
 //
 // Only the training iterations are timed. Exploitability is measured every 10
 // iterations, outside the timed part, with the same evaluating walks that
 // calc_results uses. With --repeat the spot is built and solved K times and
-// the medians are printed after the single runs.
+// the medians are printed after the single runs. --compression sets the
+// storage level (a word or a number, as set_compression takes it) before the
+// build; the storage figure is what the stores hold at the end of the solve.
 #include <fcntl.h>
 #include <omp.h>
 #include <unistd.h>
@@ -28,6 +31,7 @@
 #include "solver/results.h"
 #include "solver/solver_driver.h"
 #include "solver/walk.h"
+#include "storage/memory_blocks.h"
 #include "tree/engine.h"
 
 namespace {
@@ -38,6 +42,7 @@ struct Options {
     double target = 0.5;
     int max_iterations = 5000;
     int repeat = 1;
+    std::string compression;  // empty: the automatic choice
 };
 
 struct Run {
@@ -49,12 +54,13 @@ struct Run {
     double ev_oop = 0;
     double ev_ip = 0;
     int64_t peak_bytes = 0;
+    int64_t storage_bytes = 0;
 };
 
 [[noreturn]] void usage() {
     std::fprintf(stderr,
                  "usage: solve_bench <spot file> [--threads N] [--target CHIPS] [--max-iterations N] "
-                 "[--repeat K]\n");
+                 "[--repeat K] [--compression LEVEL]\n");
     std::exit(2);
 }
 
@@ -71,6 +77,8 @@ Options parse(int argc, char** argv) {
             options.max_iterations = std::atoi(argv[++i]);
         } else if (arg == "--repeat" && has_value) {
             options.repeat = std::max(1, std::atoi(argv[++i]));
+        } else if (arg == "--compression" && has_value) {
+            options.compression = argv[++i];
         } else if (!arg.empty() && arg[0] != '-' && options.spot.empty()) {
             options.spot = arg;
         } else {
@@ -118,6 +126,7 @@ Run solve_once(const Options& options, const std::vector<std::string>& lines) {
     const auto build = std::find(setup.begin(), setup.end(), "build_tree");
     if (build != setup.end()) setup.erase(build);
     run_quietly({"free_tree"});
+    if (!options.compression.empty()) setup.insert(setup.begin(), "set_compression " + options.compression);
     run_quietly(setup);
     uint64_t start = clock_ns();
     run_quietly({"build_tree"});
@@ -144,16 +153,17 @@ Run solve_once(const Options& options, const std::vector<std::string>& lines) {
         if (run.exploitable <= options.target) break;
     }
     run.peak_bytes = peak_resident_bytes();
+    run.storage_bytes = storage_bytes_in_use();
     return run;
 }
 
 void print_run(const char* label, const Run& run) {
     const double half_pot = pot / 2;
     std::printf("%-7s build %.3f s + open %.3f s | %d iterations | solve %.3f s | %.3f ms/iteration | "
-                "exploitable %.4f chips | EV OOP + EV IP - pot %+.4f | peak RSS %lld MB\n",
+                "exploitable %.4f chips | EV OOP + EV IP - pot %+.4f | storage %.1f MB | peak RSS %lld MB\n",
                 label, run.build_seconds, run.open_seconds, run.iterations, run.solve_seconds,
                 run.iterations ? 1000.0 * run.solve_seconds / run.iterations : 0.0, run.exploitable,
-                (run.ev_oop + half_pot) + (run.ev_ip + half_pot) - pot,
+                (run.ev_oop + half_pot) + (run.ev_ip + half_pot) - pot, static_cast<double>(run.storage_bytes) / (1 << 20),
                 static_cast<long long>(run.peak_bytes >> 20));
     std::fflush(stdout);
 }
@@ -179,6 +189,7 @@ int main(int argc, char** argv) {
     std::vector<Run> runs;
     for (int r = 0; r < options.repeat; ++r) {
         runs.push_back(solve_once(options, lines));
+        if (r == 0) std::printf("compression level %d (%s)\n", compression_level, compression_level_name(compression_level));
         char label[32];
         std::snprintf(label, sizeof label, "run %d", r + 1);
         print_run(label, runs.back());
@@ -192,6 +203,7 @@ int main(int argc, char** argv) {
         median.exploitable = median_of(runs, [](const Run& r) { return r.exploitable; });
         median.ev_oop = median_of(runs, [](const Run& r) { return r.ev_oop; });
         median.ev_ip = median_of(runs, [](const Run& r) { return r.ev_ip; });
+        median.storage_bytes = static_cast<int64_t>(median_of(runs, [](const Run& r) { return double(r.storage_bytes); }));
         median.peak_bytes = static_cast<int64_t>(median_of(runs, [](const Run& r) { return double(r.peak_bytes); }));
         print_run("median", median);
     }

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 // A zero-filled, page-aligned, read-write block of `bytes`, or none when the
 // system has no memory for it: the one allocation whose failure the caller
@@ -12,6 +13,12 @@
 void* allocate_flat_block(size_t bytes);
 // Returns a flat block; `bytes` is the size it was allocated with.
 void free_flat_block(void* block, size_t bytes);
+
+// Bytes the stores hold at this moment: flat blocks, committed reserved
+// ranges and the scalable and aligned blocks of the stores' rows and buffers.
+// Hand vectors of the walk are not counted.
+int64_t storage_bytes_in_use();
+void count_storage_bytes(int64_t delta);
 
 // An aligned block from the scalable allocator. Running out of memory here
 // prints "out of memory" and aborts: nothing above can go on without it.

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "shell/reply.h"
+#include "storage/memory_blocks.h"
 
 namespace {
 
@@ -61,6 +62,7 @@ void grow(ReservedBlock& block, int64_t size, int64_t granularity_mask) {
     // it committed before, and no system call remains.
     if (block.committed <= block.high_commit) return;
     if (block.committed > block.reserve_limit) die_not_enough_reserved();
+    count_storage_bytes(block.committed - block.high_commit);
     block.high_commit = block.committed;
     if (!block.base) {
         // An address range only: no page of it is backed until committed.
@@ -83,6 +85,7 @@ void release(ReservedBlock& block) {
     if (block.base) {
         if (munmap(block.base, static_cast<size_t>(block.reserve_limit)) != 0) fail("VirtualFree fail");
     }
+    count_storage_bytes(-block.high_commit);
     block.base = nullptr;
     block.committed = block.logical = block.high_commit = 0;
 }

@@ -1,5 +1,7 @@
 #include "storage/widening_storage.h"
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -9,6 +11,7 @@
 
 #include "shell/reply.h"
 #include "storage/block_row_code.h"
+#include "storage/memory_blocks.h"
 #include "storage/sum_kernels.h"
 #include "storage/value_forms.h"
 
@@ -19,8 +22,16 @@ namespace {
 uint8_t* allocate_block(size_t bytes) {
     const size_t rounded = (std::max<size_t>(bytes, 1) + 15) & ~size_t{15};
     auto* block = static_cast<uint8_t*>(std::aligned_alloc(16, rounded));
-    if (block) std::memset(block, 0, rounded);
+    if (!block) return nullptr;
+    std::memset(block, 0, rounded);
+    count_storage_bytes(static_cast<int64_t>(malloc_usable_size(block)));
     return block;
+}
+
+void free_block(uint8_t* block) {
+    if (!block) return;
+    count_storage_bytes(-static_cast<int64_t>(malloc_usable_size(block)));
+    std::free(block);
 }
 
 size_t narrow_bytes(int span) { return 2 * size_t(span); }
@@ -65,14 +76,14 @@ WideningStorage::~WideningStorage() { free_blocks(); }
 
 void WideningStorage::free_blocks() {
     for (int g = 0; g < layout_->group_count; ++g) {
-        std::free(groups_[g].block);
+        free_block(groups_[g].block);
         groups_[g] = Group{};
     }
 }
 
 bool WideningStorage::reset_group(int group) {
     Group& target = groups_[group];
-    std::free(target.block);
+    free_block(target.block);
     target.wide = 0;
     target.block = allocate_block(narrow_bytes(layout_->spans[group].span));
     const RowGroup& rows = layout_->groups[group];
@@ -119,7 +130,7 @@ void WideningStorage::widen(int group) {
     uint8_t* wide = allocate_block(wide_bytes(span));
     if (!wide) out_of_memory();
     widen_to_three_byte(reinterpret_cast<const uint16_t*>(target.block), span, wide);
-    std::free(target.block);
+    free_block(target.block);
     target.block = wide;
     target.wide = 1;
 }

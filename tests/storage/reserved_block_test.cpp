@@ -122,6 +122,7 @@ TEST(ReservedBlockDeathTest, FailuresEndTheProcessWithTheirMessages) {
 }
 
 TEST(MemoryBlocks, FlatBlocksAreZeroedPagesAndScalableBlocksAreAligned) {
+    const int64_t held_before = storage_bytes_in_use();
     EXPECT_EQ(allocate_flat_block(0), nullptr);
     const size_t bytes = 3 * 4096 + 5;
     auto* flat = static_cast<uint8_t*>(allocate_flat_block(bytes));
@@ -129,6 +130,7 @@ TEST(MemoryBlocks, FlatBlocksAreZeroedPagesAndScalableBlocksAreAligned) {
     EXPECT_EQ(reinterpret_cast<uintptr_t>(flat) % 4096, 0u);
     for (size_t i = 0; i < bytes; ++i) ASSERT_EQ(flat[i], 0);
     flat[bytes - 1] = 1;
+    EXPECT_EQ(storage_bytes_in_use() - held_before, static_cast<int64_t>(bytes));
     free_flat_block(flat, bytes);
     EXPECT_EQ(page_protection(flat), "unmapped");
 
@@ -136,6 +138,16 @@ TEST(MemoryBlocks, FlatBlocksAreZeroedPagesAndScalableBlocksAreAligned) {
         void* block = allocate_scalable(1000, alignment);
         EXPECT_EQ(reinterpret_cast<uintptr_t>(block) % alignment, 0u);
         std::memset(block, 1, 1000);
+        EXPECT_GE(storage_bytes_in_use() - held_before, 1000);
         free_scalable(block);
     }
+
+    // A reserved range counts what it committed, never the reserve.
+    {
+        ReservedBlock block(1 << 20);
+        grow(block, 16385, mask);
+        grow(block, 100, mask);
+        EXPECT_EQ(storage_bytes_in_use() - held_before, 32768);
+    }
+    EXPECT_EQ(storage_bytes_in_use(), held_before) << "every block given back is counted off";
 }

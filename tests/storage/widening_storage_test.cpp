@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "storage/memory_channel.h"
+#include "storage/memory_blocks.h"
 #include "storage/storage_assignment.h"
 #include "storage/widening_storage.h"
 
@@ -149,6 +150,7 @@ TEST(WideningStorage, GrowthTurnsWholeGroupsWideWithValuesIntact) {
     for (int step = 1; step <= 40; ++step) train(store, model, random, step, 0.05f, masks);
     expect_matches(store, model);
     for (bool wide : model.wide) EXPECT_FALSE(wide);
+    const int64_t held_narrow = storage_bytes_in_use();
     expect_reads(store, model, true);
 
     // Then one row of group 0 gets a large reach: its bound passes 16 bits and
@@ -165,6 +167,7 @@ TEST(WideningStorage, GrowthTurnsWholeGroupsWideWithValuesIntact) {
     ASSERT_TRUE(model.wide[0]);
     expect_matches(store, model);
     EXPECT_FALSE(store.group_wide(1));
+    EXPECT_GT(storage_bytes_in_use(), held_narrow) << "a wide group holds 3 bytes a value";
 
     // Wide groups go on summing in 24 bits, reads normalise both widths alike.
     for (int step = 41; step <= 60; ++step) train(store, model, random, step, 1.0f, masks);
