@@ -1,5 +1,6 @@
 // Every command of the protocol, in the order the interpreter searches them.
 #include "analysis/equity_reports.h"
+#include "analysis/ev_reports.h"
 #include "analysis/strategy_reports.h"
 #include "model/cards.h"
 #include "model/categories.h"
@@ -50,6 +51,9 @@ constexpr CommandEntry table[] = {
     {"show_range", cmd_show_range, var},
     {"show_probs", cmd_show_probs, 2},
     {"calc_results", cmd_calc_results, 1},
+    {"calc_ev", cmd_calc_ev, 3},
+    {"calc_ev_pp", cmd_calc_ev_pp, 3},
+    {"calc_ev_line", cmd_calc_ev_line, 3},
     {"calc_eq", cmd_calc_eq, 2},
     {"calc_eq_pp", cmd_calc_eq_pp, 2},
     {"calc_eq_node", cmd_calc_eq_node, 3},

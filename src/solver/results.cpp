@@ -2,6 +2,27 @@
 
 #include "solver/walk.h"
 
+namespace {
+
+void keep_results(SubgameEngine& e, const WalkResult& oop, const WalkResult& ip, int32_t iterations) {
+    e.ev_oop = oop.ev;
+    e.mes_oop = oop.best;
+    e.ev_ip = ip.ev;
+    e.mes_ip = ip.best;
+    e.results_iteration = iterations;
+    e.exploitable = 0.5 * ((e.mes_ip + e.mes_oop - e.ev_oop) - e.ev_ip);
+    e.ev_mean = 0.5 * (e.ev_oop + e.ev_ip);
+}
+
+}  // namespace
+
+void compute_results_locked(SubgameEngine& e) {
+    open_all_storage(e);
+    const WalkResult oop = walk_player_locked(e, 0, mode_evaluate, nullptr);
+    const WalkResult ip = walk_player_locked(e, 1, mode_evaluate, nullptr);
+    keep_results(e, oop, ip, e.iterations);
+}
+
 SolverProgressRecord calc_results_now() {
     SolverProgressRecord record;
     if (!engine) return record;
@@ -21,13 +42,7 @@ SolverProgressRecord calc_results_now() {
         const WalkResult oop = walk_player(e, 0, mode_evaluate);
         const WalkResult ip = walk_player(e, 1, mode_evaluate);
         std::lock_guard lock(engine_lock);
-        e.ev_oop = oop.ev;
-        e.mes_oop = oop.best;
-        e.ev_ip = ip.ev;
-        e.mes_ip = ip.best;
-        e.results_iteration = iterations;
-        e.exploitable = 0.5 * ((e.mes_ip + e.mes_oop - e.ev_oop) - e.ev_ip);
-        e.ev_mean = 0.5 * (e.ev_oop + e.ev_ip);
+        keep_results(e, oop, ip, iterations);
     }
     record.iterations = iterations;
     record.running_time = 0;

@@ -8,3 +8,9 @@
 // gives back the ones kept from before streets were forgotten. The record's
 // values are relative to an even split of the pot; running_time is 0.
 SolverProgressRecord calc_results_now();
+
+// Computes and keeps the results for the present iteration count, for a
+// caller that holds engine_lock: both evaluating walks then see one set of
+// strategies, and so do the values they leave at the chance positions, which
+// a capture walk started under the same lock reads.
+void compute_results_locked(SubgameEngine& engine);

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "model/game_setup.h"
+#include "solver/capture_cache.h"
 #include "solver/subgame_cache.h"
 #include "storage/storage.h"
 
@@ -102,6 +103,10 @@ struct SubgameEngine {
     double ev_ip = 0;
     double exploitable = 0;
     double ev_mean = 0;
+
+    // Values of the expected value queries, for the present iteration only.
+    // Touched under engine_lock.
+    CaptureCache capture_cache;
 };
 
 // The one engine; null until a tree is built.

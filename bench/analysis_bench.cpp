@@ -1,0 +1,200 @@
+// Times the queries a client sends between iterations, on a built and briefly
+// solved spot: the strategy report, the expected values (cold, when the
+// iteration's results and the capture walk are both still to do; cold with
+// the results done; and from the cache), and the equities. Each query is
+// timed at the root and at a river node, in wall time since the walks run on
+// the worker threads, and the median of several runs is printed beside one
+// training iteration's time for scale.
+//
+//   analysis_bench <spot file> [--threads N] [--iterations N] [--runs K] [--river PATH]
+#include <fcntl.h>
+#include <omp.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "model/cards.h"
+#include "model/game_setup.h"
+#include "model/hand_strength.h"
+#include "shell/commands.h"
+#include "shell/settings.h"
+#include "solver/solver_driver.h"
+#include "solver/walk.h"
+#include "tree/engine.h"
+
+namespace {
+
+struct Options {
+    std::string spot;
+    int threads = 2;
+    int iterations = 3;
+    int runs = 5;
+    // Check, check; a turn; check, check; a river: OOP's first river decision.
+    std::string river_path = "r:0:c:c:7c:c:c:3d";
+};
+
+[[noreturn]] void usage() {
+    std::fprintf(stderr,
+                 "usage: analysis_bench <spot file> [--threads N] [--iterations N] [--runs K] [--river PATH]\n");
+    std::exit(2);
+}
+
+Options parse(int argc, char** argv) {
+    Options options;
+    for (int i = 1; i < argc; ++i) {
+        const std::string arg = argv[i];
+        const bool has_value = i + 1 < argc;
+        if (arg == "--threads" && has_value) {
+            options.threads = std::max(1, std::atoi(argv[++i]));
+        } else if (arg == "--iterations" && has_value) {
+            options.iterations = std::max(0, std::atoi(argv[++i]));
+        } else if (arg == "--runs" && has_value) {
+            options.runs = std::max(1, std::atoi(argv[++i]));
+        } else if (arg == "--river" && has_value) {
+            options.river_path = argv[++i];
+        } else if (!arg.empty() && arg[0] != '-' && options.spot.empty()) {
+            options.spot = arg;
+        } else {
+            usage();
+        }
+    }
+    if (options.spot.empty()) usage();
+    return options;
+}
+
+std::vector<std::string> read_lines(const std::string& path) {
+    std::ifstream file(path);
+    if (!file) {
+        std::fprintf(stderr, "can't open %s\n", path.c_str());
+        std::exit(1);
+    }
+    std::vector<std::string> lines;
+    std::string line;
+    while (std::getline(file, line)) {
+        if (!line.empty() && line.back() == '\r') line.pop_back();
+        if (!line.empty()) lines.push_back(line);
+    }
+    return lines;
+}
+
+// Runs protocol lines with standard output on `path`.
+void run_into(const char* path, const std::vector<std::string>& lines) {
+    std::fflush(stdout);
+    const int saved = dup(STDOUT_FILENO);
+    const int target = open(path, O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    dup2(target, STDOUT_FILENO);
+    for (const std::string& line : lines) run_line(line);
+    std::fflush(stdout);
+    dup2(saved, STDOUT_FILENO);
+    close(target);
+    close(saved);
+}
+
+void run_quietly(const std::vector<std::string>& lines) { run_into("/dev/null", lines); }
+
+// Runs a query once and stops the harness when it is refused: a timing of an
+// error reply would mean nothing.
+void check_reply(const std::string& line) {
+    char path[] = "/tmp/analysis_bench_XXXXXX";
+    const int fd = mkstemp(path);
+    if (fd < 0) return;
+    close(fd);
+    run_into(path, {line});
+    std::ifstream file(path);
+    std::string first;
+    std::getline(file, first);
+    std::remove(path);
+    if (first.rfind("ERROR", 0) == 0 || first.empty()) {
+        std::fprintf(stderr, "%s: %s\n", line.c_str(), first.c_str());
+        std::exit(1);
+    }
+}
+
+double milliseconds_since(uint64_t start_ns) { return static_cast<double>(clock_ns() - start_ns) * 1e-6; }
+
+// Median milliseconds of `runs` runs of `line`, `prepare` run untimed before each.
+double median_ms(const std::string& line, int runs, const std::function<void()>& prepare) {
+    std::vector<double> times;
+    for (int r = 0; r < runs; ++r) {
+        prepare();
+        const uint64_t start = clock_ns();
+        run_quietly({line});
+        times.push_back(milliseconds_since(start));
+    }
+    std::sort(times.begin(), times.end());
+    return runs % 2 ? times[runs / 2] : 0.5 * (times[runs / 2 - 1] + times[runs / 2]);
+}
+
+// A negative time is a query that has no river form.
+void print_row(const char* what, double root_ms, double river_ms) {
+    if (river_ms < 0) {
+        std::printf("%-34s %12.3f %12s\n", what, root_ms, "-");
+    } else {
+        std::printf("%-34s %12.3f %12.3f\n", what, root_ms, river_ms);
+    }
+    std::fflush(stdout);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const Options options = parse(argc, argv);
+    init_combo_tables();
+    init_hand_strength_tables();
+    threads = options.threads;
+    omp_set_num_threads(threads);
+    libsubgame_init(0);
+
+    uint64_t start = clock_ns();
+    run_quietly(read_lines(options.spot));
+    if (!engine) {
+        std::fprintf(stderr, "the spot built no tree\n");
+        return 1;
+    }
+    SubgameEngine& e = *engine;
+    const double build_ms = milliseconds_since(start);
+    open_all_storage(e);
+    start = clock_ns();
+    for (int i = 0; i < options.iterations; ++i) run_iteration(e);
+    const double iteration_ms = options.iterations ? milliseconds_since(start) / options.iterations : 0.0;
+    std::printf("spot %s, %d threads, %d iterations (%.1f ms each), build %.0f ms, median of %d runs\n",
+                options.spot.c_str(), threads, options.iterations, iteration_ms, build_ms, options.runs);
+    std::printf("river node %s\n", options.river_path.c_str());
+    std::printf("%-34s %12s %12s\n", "query (ms)", "root", "river node");
+
+    const std::string root = "r:0";
+    const std::string& river = options.river_path;
+    for (const std::string& path : {root, river}) {
+        check_reply("show_strategy " + path);
+        check_reply("calc_ev OOP " + path);
+        check_reply("calc_eq_node OOP " + path);
+    }
+    check_reply("calc_eq OOP");
+
+    const auto nothing = [] {};
+    // Another iteration count: the results and every captured value are due.
+    const auto new_iteration = [&] {
+        e.results_iteration = -1;
+        e.capture_cache.clear();
+    };
+    const auto results_done = [&] { e.capture_cache.clear(); };
+    const auto time_both = [&](const char* what, const std::string& command, const std::function<void()>& prepare) {
+        const double at_root = median_ms(command + " " + root, options.runs, prepare);
+        const double at_river = median_ms(command + " " + river, options.runs, prepare);
+        print_row(what, at_root, at_river);
+    };
+    time_both("show_strategy", "show_strategy", nothing);
+    time_both("calc_ev, results and capture due", "calc_ev OOP", new_iteration);
+    time_both("calc_ev, capture due", "calc_ev OOP", results_done);
+    run_quietly({"calc_ev OOP " + root, "calc_ev OOP " + river});
+    time_both("calc_ev, cached", "calc_ev OOP", nothing);
+    time_both("calc_eq_node", "calc_eq_node OOP", nothing);
+    print_row("calc_eq (root ranges)", median_ms("calc_eq OOP", options.runs, nothing), -1.0);
+    return 0;
+}
