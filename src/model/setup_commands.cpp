@@ -1,5 +1,6 @@
 #include "model/setup_commands.h"
 
+#include <atomic>
 #include <bit>
 #include <cfloat>
 #include <cmath>
@@ -86,7 +87,8 @@ void cmd_set_pot(const Tokens& tokens) {
     const int chips = parse_int(tokens[3]);
     pot_first = first;
     pot_second = second;
-    pot = chips;
+    // Atomic: the solver thread reads the pot for its progress lines.
+    std::atomic_ref<double>(pot).store(chips, std::memory_order_relaxed);
     update_accuracy_target();
     reply_ok(tokens);
 }

@@ -5,6 +5,7 @@
 #include "shell/cpu_info.h"
 #include "shell/processor.h"
 #include "shell/tokens.h"
+#include "tree/engine.h"
 
 namespace {
 
@@ -35,6 +36,9 @@ void cmd_get_instruction_set(const Tokens&) { reply("%s\n", best_instruction_set
 void cmd_set_simd_level(const Tokens& tokens) {
     const int level = parse_int(tokens[1]);
     if (level < 1 || level > 8) throw_argument_error();
+    // The walks read these switches throughout; each walk must see one
+    // value of each, so they change only between walks.
+    std::lock_guard lock(engine_lock);
     simd_level = level;
     reply_ok(tokens);
 }
@@ -48,11 +52,15 @@ void cmd_set_precision(const Tokens& tokens) {
 }
 
 void cmd_enable_avx512(const Tokens& tokens) {
-    avx512_enabled = parse_flag(tokens[1]);
+    const bool wanted = parse_flag(tokens[1]);
+    std::lock_guard lock(engine_lock);
+    avx512_enabled = wanted;
     reply_ok(tokens);
 }
 
 void cmd_enable_river_strategy(const Tokens& tokens) {
-    river_strategy_enabled = parse_flag(tokens[1]);
+    const bool wanted = parse_flag(tokens[1]);
+    std::lock_guard lock(engine_lock);
+    river_strategy_enabled = wanted;
     reply_ok(tokens);
 }

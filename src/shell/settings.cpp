@@ -24,7 +24,7 @@ std::string skip_label;
 int threads = 1;
 double accuracy_setting = 0;
 bool accuracy_is_fraction = false;
-double accuracy = 0;
+std::atomic<double> accuracy{0};
 double recalc_accuracy[3] = {0, 0, 0};
 bool isomorphism_by_street[4] = {true, true, false, false};
 int compression_set = -1;
@@ -43,7 +43,7 @@ void update_accuracy_target() {
     accuracy = accuracy_is_fraction ? accuracy_setting * pot : accuracy_setting;
     if (verbosity > 0) {
         const double share = accuracy_is_fraction ? accuracy_setting : accuracy_setting / pot;
-        reply("[accuracy %.6g (%.6g fraction)]\n", accuracy, share);
+        reply("[accuracy %.6g (%.6g fraction)]\n", accuracy.load(), share);
     }
 }
 

@@ -27,7 +27,7 @@ extern std::string skip_label;
 extern int threads;
 extern double accuracy_setting;
 extern bool accuracy_is_fraction;
-extern double accuracy;  // stop threshold in chips, read by the solver thread
+extern std::atomic<double> accuracy;  // stop threshold in chips, read by the solver thread
 extern double recalc_accuracy[3];
 extern bool isomorphism_by_street[4];
 extern int compression_set;    // requested level, -1 for automatic

@@ -34,6 +34,8 @@ void cmd_show_memory(const Tokens&) {
 
 void cmd_set_threads(const Tokens& tokens) {
     const int count = parse_int(tokens[1]);
+    // Walks read the count; it changes between two of them.
+    std::lock_guard lock(engine_lock);
     threads = count < 1 ? omp_get_max_threads() : count;
     reply_ok(tokens);
 }

@@ -61,9 +61,17 @@ const char* const reason_accuracy = "required accuracy reached";
 const char* const reason_steps = "required number of steps done";
 const char* const reason_timeout = "timeout reached";
 
+// The engine's count as the solver thread sees it. set_compression may
+// replace the stores (and zero the count) between any two walks, under
+// engine_lock, so it is read under the lock too.
+int32_t iterations_done(const SubgameEngine& e) {
+    std::lock_guard lock(engine_lock);
+    return e.iterations;
+}
+
 SolverProgressRecord compute_record(SubgameEngine& e, uint64_t elapsed_ns) {
     SolverProgressRecord record;
-    record.iterations = e.iterations;
+    record.iterations = iterations_done(e);
     const WalkResult oop = walk_player(e, 0, mode_evaluate);
     const WalkResult ip = walk_player(e, 1, mode_evaluate);
     record.ev_oop = oop.ev;
@@ -85,7 +93,7 @@ void solver_thread() {
     }
     start_gate.notify_all();
     SubgameEngine& e = *engine;
-    const int32_t start_iterations = e.iterations;
+    const int32_t start_iterations = iterations_done(e);
     const double cpu_start = process_cpu_seconds();
     cpu_seconds = 0;
     const uint64_t start_ns = clock_ns();
@@ -93,10 +101,15 @@ void solver_thread() {
     int64_t min_gap_ms = 0;
     const char* reason = reason_requested;
 
-    while (!stop_requested && e.iterations < e.max_iterations) {
-        omp_set_num_threads(threads);
+    while (!stop_requested) {
+        {
+            // set_threads writes the count under the same lock.
+            std::lock_guard lock(engine_lock);
+            if (e.iterations >= e.max_iterations) break;
+            omp_set_num_threads(threads);
+        }
         run_iteration(e);
-        const int32_t it = e.iterations;
+        const int32_t it = iterations_done(e);
         const bool due = it == report_period || (it > report_period && (it - report_period) % report_period == 0);
         if (due) {
             const uint64_t now = clock_ns();
@@ -127,19 +140,23 @@ void solver_thread() {
         }
     }
 
+    // Both flags are cleared while the handle still says "running": once it
+    // is null a `go` may start the next thread, whose run they describe; a
+    // late clear would drop its stop or let free_tree take its tree away.
+    // (The thread no longer touches the engine.)
+    stop_requested = false;
+    solver_active = false;
     {
         std::lock_guard lock(handle_mutex);
         std::thread* self = solver_handle.exchange(nullptr);
         self->detach();
         delete self;
     }
-    stop_requested = false;
-    solver_active = false;
     solver_print("SOLVER: stopped (%s)\n", reason);
-    {
-        std::lock_guard lock(solver_done_lock);
-        --running_threads;
-    }
+    // Notified under the lock: a waiter that sees the count reach 0 may go
+    // on to end the process, and the condition must not be in use by then.
+    std::lock_guard lock(solver_done_lock);
+    --running_threads;
     solver_done.notify_all();
 }
 
@@ -201,6 +218,9 @@ bool start_solver(int32_t limit, bool steps) {
     if (e.flags & incomplete_tree_flag) return false;
     limit_is_steps = steps;
     run_limit = limit;
+    // A stop that came after the last run's thread cleared the flag, while it
+    // was still ending, was meant for no run.
+    stop_requested = false;
     clear_solver_history();
     {
         std::lock_guard lock(engine_lock);
@@ -275,7 +295,8 @@ void report_progress() {
     if (count <= reported_count) return;
     reported_count = count;
     const SolverProgressRecord& r = records[count - 1];
-    const double h = pot / 2;
+    // set_pot may run meanwhile; it stores the pot atomically too.
+    const double h = std::atomic_ref<double>(pot).load(std::memory_order_relaxed) / 2;
     if (front_end_mode) {
         solver_print("#SOLVER:\trunning time: %.3f\tEV OOP: %.3f\tEV IP: %.3f\tOOP's MES: %.3f\tIP's MES: "
                      "%.3f\tExploitable for: %.3f\tEND\n",
@@ -293,19 +314,24 @@ void report_progress() {
                  storage_megabytes_per_second(storage_read_bytes, r.running_time),
                  storage_megabytes_per_second(storage_write_bytes, r.running_time));
     if (verbosity > 0) {
-        solver_print("[%d iterations | cpu time %.1fs | peak working set %d MB]\n", engine ? engine->iterations : 0,
-                     cpu_seconds, static_cast<int>(peak_resident_bytes() >> 20));
+        solver_print("[%d iterations | cpu time %.1fs | peak working set %d MB]\n",
+                     engine ? iterations_done(*engine) : 0, cpu_seconds,
+                     static_cast<int>(peak_resident_bytes() >> 20));
     }
     std::fflush(stdout);
     std::this_thread::yield();
 }
 
 double run_iteration(SubgameEngine& e) {
-    if (e.strategy_compression < 2) {
-        e.update_river_average = 1;
-    } else {
-        const int d = e.iterations - 61;
-        e.update_river_average = d >= 0 && (d <= 6 || d % 7 == 0);
+    {
+        // The compression and the count may be replaced by set_compression.
+        std::lock_guard lock(engine_lock);
+        if (e.strategy_compression < 2) {
+            e.update_river_average = 1;
+        } else {
+            const int d = e.iterations - 61;
+            e.update_river_average = d >= 0 && (d <= 6 || d % 7 == 0);
+        }
     }
     const WalkResult ip = walk_player(e, 1, mode_train);
     const WalkResult oop = walk_player(e, 0, mode_train);

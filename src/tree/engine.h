@@ -78,7 +78,9 @@ struct SubgameEngine {
     int32_t strategy_compression = 0;
     uint8_t storage_open = 0;
     uint8_t update_river_average = 1;
-    uint32_t flags = new_tree_flag;
+    // Atomic: the solver thread clears new_tree_flag after each iteration
+    // while queries read the other bits without engine_lock.
+    std::atomic<uint32_t> flags{new_tree_flag};
     int32_t iterations = 0;
     int32_t forgotten_from = -1;
 
