@@ -19,6 +19,7 @@
 #include <string>
 #include <vector>
 
+#include "bench_spot.h"
 #include "model/cards.h"
 #include "model/game_setup.h"
 #include "model/hand_strength.h"
@@ -68,35 +69,6 @@ Options parse(int argc, char** argv) {
     return options;
 }
 
-std::vector<std::string> read_lines(const std::string& path) {
-    std::ifstream file(path);
-    if (!file) {
-        std::fprintf(stderr, "can't open %s\n", path.c_str());
-        std::exit(1);
-    }
-    std::vector<std::string> lines;
-    std::string line;
-    while (std::getline(file, line)) {
-        if (!line.empty() && line.back() == '\r') line.pop_back();
-        if (!line.empty()) lines.push_back(line);
-    }
-    return lines;
-}
-
-// Runs protocol lines with standard output on `path`.
-void run_into(const char* path, const std::vector<std::string>& lines) {
-    std::fflush(stdout);
-    const int saved = dup(STDOUT_FILENO);
-    const int target = open(path, O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    dup2(target, STDOUT_FILENO);
-    for (const std::string& line : lines) run_line(line);
-    std::fflush(stdout);
-    dup2(saved, STDOUT_FILENO);
-    close(target);
-    close(saved);
-}
-
-void run_quietly(const std::vector<std::string>& lines) { run_into("/dev/null", lines); }
 
 // Runs a query once and stops the harness when it is refused: a timing of an
 // error reply would mean nothing.
@@ -152,7 +124,7 @@ int main(int argc, char** argv) {
     libsubgame_init(0);
 
     uint64_t start = clock_ns();
-    run_quietly(read_lines(options.spot));
+    run_quietly(read_spot_lines(options.spot));
     if (!engine) {
         std::fprintf(stderr, "the spot built no tree\n");
         return 1;

@@ -12,17 +12,15 @@
 // the medians are printed after the single runs. --compression sets the
 // storage level (a word or a number, as set_compression takes it) before the
 // build; the storage figure is what the stores hold at the end of the solve.
-#include <fcntl.h>
 #include <omp.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <string>
 #include <vector>
 
+#include "bench_spot.h"
 #include "model/cards.h"
 #include "model/game_setup.h"
 #include "model/hand_strength.h"
@@ -89,34 +87,6 @@ Options parse(int argc, char** argv) {
     return options;
 }
 
-// The spot's lines, the last of which may lack its newline.
-std::vector<std::string> read_lines(const std::string& path) {
-    std::ifstream file(path);
-    if (!file) {
-        std::fprintf(stderr, "can't open %s\n", path.c_str());
-        std::exit(1);
-    }
-    std::vector<std::string> lines;
-    std::string line;
-    while (std::getline(file, line)) {
-        if (!line.empty() && line.back() == '\r') line.pop_back();
-        if (!line.empty()) lines.push_back(line);
-    }
-    return lines;
-}
-
-// Runs protocol lines with their replies sent to /dev/null.
-void run_quietly(const std::vector<std::string>& lines) {
-    std::fflush(stdout);
-    const int saved = dup(STDOUT_FILENO);
-    const int null_fd = open("/dev/null", O_WRONLY);
-    dup2(null_fd, STDOUT_FILENO);
-    for (const std::string& line : lines) run_line(line);
-    std::fflush(stdout);
-    dup2(saved, STDOUT_FILENO);
-    close(null_fd);
-    close(saved);
-}
 
 double seconds_since(uint64_t start_ns) { return static_cast<double>(clock_ns() - start_ns) * 1e-9; }
 
@@ -183,7 +153,7 @@ int main(int argc, char** argv) {
     init_hand_strength_tables();
     threads = omp_get_max_threads();
     libsubgame_init(0);
-    const std::vector<std::string> lines = read_lines(options.spot);
+    const std::vector<std::string> lines = read_spot_lines(options.spot);
     std::printf("spot %s, %d threads, target %.3f chips, at most %d iterations\n", options.spot.c_str(),
                 options.threads, options.target, options.max_iterations);
     std::vector<Run> runs;
