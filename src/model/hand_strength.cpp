@@ -77,9 +77,6 @@ inline uint32_t trips_ranks(const Lanes& lanes, uint32_t odd) {
 
 inline uint32_t lowest_rank_bit(uint32_t mask) { return mask & (0u - mask); }
 
-// All ones when the condition holds, else zero: selection without a jump.
-inline uint32_t all_if(bool condition) { return 0u - static_cast<uint32_t>(condition); }
-
 // The suit lane that holds five or more cards, or 0 if none does. Once the
 // lanes seen so far hold `Cards - 4` cards, the rest can't hold five, so most
 // hands are settled by the first lane or two.
@@ -124,25 +121,81 @@ inline HandValue three_pairs_value(uint32_t pairs, uint32_t odd) {
     return two_pair_base | best_two << 12 | top_rank[odd | lowest_rank_bit(pairs)] << 8;
 }
 
-// The shapes that reach the jump-free part of hand_value_7, numbered by
-// pair count + 4 if there are trips. Each value is the category, the made
-// ranks' nibbles moved to the top (a multiplier, as the shift varies by shape)
-// and the kickers: the top nibbles of top_five of the other ranks, kept by a
-// mask and moved into place by a multiplier and a shift right by 8.
-struct ShapeForm {
-    HandValue category;
-    uint32_t made_multiplier;
-    uint32_t kicker_mask;
-    uint32_t kicker_multiplier;
+// A seven-card hand's shape follows from two counts: n, its distinct ranks,
+// and k, the ranks it holds twice or more. Writing a shape as the number of
+// ranks held once, twice, three and four times, 4n + k is
+//   28 high card (7,0,0,0)   25 one pair (5,1,0,0)   22 two pairs (3,2,0,0)
+//   21 trips (4,0,1,0)       19 three pairs (1,3,0,0)
+// and 18 or less for every full house and quads, so one small table indexed by
+// 4n + k (a single address computation) says how to build the value. The value
+// of the five shapes above is the category, the made ranks' nibbles moved to
+// the top (a multiplier, as the shift varies by shape) and the kickers: the top
+// nibbles of top_five of the other ranks, kept by a mask and moved into place
+// by a multiplier and a shift right by 8. The made ranks are those held twice
+// or more, save that the lowest of three pairs doesn't play as a pair; it may
+// still be the kicker.
+//
+// One array per field, all in one object, so that a single base address
+// reaches every field and the key indexes each with no multiply. The size
+// covers any pair of 13-bit masks, so even a mask that isn't seven cards
+// can't read past the end.
+constexpr int shape_key_count = 4 * 13 + 13 + 1;
+
+struct ShapeForms {
+    uint32_t full_house_or_quads[shape_key_count];  // nonzero also for keys no seven cards give
+    uint32_t keep_lowest[shape_key_count];          // all ones, or 0 to drop the lowest of three pairs
+    HandValue category[shape_key_count];
+    uint32_t made_multiplier[shape_key_count];
+    uint32_t kicker_mask[shape_key_count];
+    uint32_t kicker_multiplier[shape_key_count];
 };
 
-constexpr ShapeForm seven_card_shapes[5] = {
-    {0, 0, 0xFFFFF, 1u << 8},                   // high card: five of seven ranks
-    {pair_base, 1u << 16, 0xFFF00, 1u << 4},    // one pair: three of five singles
-    {two_pair_base, 1u << 12, 0xF00, 1u << 8},  // two pairs: the best of three singles
-    {two_pair_base, 1u << 12, 0xF0, 1u << 12},  // three pairs: the best of the low pair and the single
-    {trips_base, 1u << 16, 0xFF00, 1u << 8},    // trips: two of four singles
-};
+constexpr ShapeForms make_seven_card_shapes() {
+    ShapeForms forms{};
+    for (int key = 0; key < shape_key_count; ++key) forms.full_house_or_quads[key] = 1;
+    const auto set = [&forms](int key, HandValue category, uint32_t made_multiplier, uint32_t kicker_mask,
+                              uint32_t kicker_multiplier, uint32_t keep_lowest) {
+        forms.full_house_or_quads[key] = 0;
+        forms.keep_lowest[key] = keep_lowest;
+        forms.category[key] = category;
+        forms.made_multiplier[key] = made_multiplier;
+        forms.kicker_mask[key] = kicker_mask;
+        forms.kicker_multiplier[key] = kicker_multiplier;
+    };
+    set(28, 0, 0, 0xFFFFF, 1u << 8, ~0u);                  // high card: five of seven ranks
+    set(25, pair_base, 1u << 16, 0xFFF00, 1u << 4, ~0u);    // one pair: three of five singles
+    set(22, two_pair_base, 1u << 12, 0xF00, 1u << 8, ~0u);  // two pairs: the best of three singles
+    set(21, trips_base, 1u << 16, 0xFF00, 1u << 8, ~0u);    // trips: two of four singles
+    set(19, two_pair_base, 1u << 12, 0xF0, 1u << 12, 0);    // three pairs: the best of the low pair and the single
+    return forms;
+}
+
+constexpr ShapeForms seven_card_shapes = make_seven_card_shapes();
+
+// Seven cards with a flush, a full house or quads, about 6% of random hands.
+// Kept out of line so that the common path saves no registers and reaches this
+// by a jump. Flushes and full houses are about equally common here, so both
+// values are computed and one is picked rather than jumped to. Seven cards
+// can't hold a flush beside quads or a full house.
+[[gnu::noinline]] HandValue flush_full_house_or_quads_value(LaneMask cards, uint32_t ranks, uint32_t twice) {
+    constexpr uint32_t low_lane = 0x1FFF;
+    // Counted again rather than passed in, so the common path needn't keep it.
+    const uint32_t flush_suits = five_card_suits(cards);
+    // Lanes c|h and d|s, and c&h and d&s, side by side in 32 bits.
+    const uint32_t either = static_cast<uint32_t>(cards | cards >> 32);
+    const uint32_t both = static_cast<uint32_t>(cards & cards >> 32);
+    const uint32_t quad = both & both >> 16 & low_lane;
+    // Three of four suits: both of one pair of lanes and one of the other pair.
+    const uint32_t thrice = ((both & either >> 16) | (both >> 16 & either)) & low_lane;
+    const uint32_t high_trips = top_rank[thrice];
+    // The second set of trips, if any, is among the ranks held twice.
+    const HandValue paired = quad ? quads_value(quad, ranks)
+                                  : full_house_value(high_trips, top_rank[twice ^ 1u << high_trips]);
+    // Without a flush this reads a lane of spades whose value isn't used.
+    const int suit = __builtin_ctz(flush_suits | 0x80) / 2;
+    const HandValue flush = flush_value(static_cast<uint32_t>(cards >> (16 * suit)) & low_lane);
+    return flush_suits ? flush : paired;
+}
 
 }  // namespace
 
@@ -156,9 +209,12 @@ bool init_hand_strength_tables() {
 
 // Each byte's bits are counted by looking its two nibbles up in a 16-entry
 // table with a byte shuffle; the two bytes of a lane are then summed into it.
+// The lanes fill only the low eight bytes, so the nibble mask is zero above
+// them: a constant that isn't one byte repeated is loaded in one instruction,
+// where a repeated one is built in three.
 uint32_t five_card_suits(LaneMask cards) {
     const __m128i lanes = _mm_cvtsi64_si128(static_cast<long long>(cards));
-    const __m128i low_nibbles = _mm_set1_epi8(0x0F);
+    const __m128i low_nibbles = _mm_setr_epi8(15, 15, 15, 15, 15, 15, 15, 15, 0, 0, 0, 0, 0, 0, 0, 0);
     const __m128i nibble_counts = _mm_setr_epi8(0, 1, 1, 2, 1, 2, 2, 3, 1, 2, 2, 3, 2, 3, 3, 4);
     const __m128i low = _mm_and_si128(lanes, low_nibbles);
     const __m128i high = _mm_and_si128(_mm_srli_epi16(lanes, 4), low_nibbles);
@@ -178,41 +234,28 @@ uint32_t five_card_suits_scalar(LaneMask cards) {
 // Seven cards is the bulk case (every holding on every river), and on random
 // hands any branch on the shape is a coin toss. So the common shapes, high
 // card, one to three pairs and trips, share one formula whose constants come
-// from a little table, and straights are a final max; quads, full houses and
-// flushes, about 6% of hands, take the one branch. The lanes are combined in
-// place, two at a time, rather than taken apart.
+// from a little table, and straights are a final max; flushes, full houses and
+// quads take the one branch. The lanes are folded in place, two at a time,
+// rather than taken apart, and the shape is counted rather than tested.
 HandValue hand_value_7(LaneMask cards) {
-    constexpr uint64_t low_lane = 0x1FFF;
-    const uint64_t half_or = cards | cards >> 32;    // lanes c|h and d|s
-    const uint64_t half_xor = cards ^ cards >> 32;
-    const uint64_t neighbours = cards & cards >> 16;  // lanes c&d and h&s
-    const uint32_t ranks = static_cast<uint32_t>((half_or | half_or >> 16) & low_lane);
-    const uint32_t odd = static_cast<uint32_t>((half_xor ^ half_xor >> 16) & low_lane);
-    const uint32_t quad = static_cast<uint32_t>(neighbours & neighbours >> 32 & low_lane);
-    // A rank held three times misses one suit, so it is in c&d or in h&s.
-    const uint32_t trips = odd & static_cast<uint32_t>((neighbours | neighbours >> 32) & low_lane);
-    const uint32_t pairs = ranks ^ odd ^ quad;
-    // A second set of trips, or any pair beside trips, makes a full house.
-    const uint32_t full_house_rest = (pairs | (trips & (trips - 1))) & all_if(trips != 0);
-    const uint32_t flush_suits = five_card_suits(cards);
+    // Lanes c|h and d|s, and c&h and d&s, side by side in 32 bits.
+    const uint32_t either = static_cast<uint32_t>(cards | cards >> 32);
+    const uint32_t both = static_cast<uint32_t>(cards & cards >> 32);
+    // The high half of `either` holds d|s: a zero extension drops it without
+    // first copying the value, as a mask would, and the shifted half is clean.
+    const uint32_t ranks = static_cast<uint16_t>(either) | either >> 16;
+    // A rank is held twice or more if it is in both lanes of one pair of
+    // lanes, or in one lane of each pair.
+    const uint32_t twice = static_cast<uint16_t>(both) | both >> 16 | (either & either >> 16);
+    const uint32_t key = 4 * __builtin_popcount(ranks) + __builtin_popcount(twice);
+    if ((seven_card_shapes.full_house_or_quads[key] | five_card_suits(cards)) != 0) [[unlikely]]
+        return flush_full_house_or_quads_value(cards, ranks, twice);
 
-    if ((quad | full_house_rest | flush_suits) != 0) [[unlikely]] {
-        if (quad) return quads_value(quad, ranks);
-        if (full_house_rest) {
-            const uint32_t high = top_rank[trips];
-            return full_house_value(high, top_rank[pairs | (trips ^ 1u << high)]);
-        }
-        // Seven cards hold at most one suit of five.
-        const int suit = __builtin_ctz(flush_suits) / 2;
-        return flush_value(static_cast<uint32_t>(cards >> (16 * suit) & low_lane));
-    }
-
-    const uint32_t pair_count = __builtin_popcount(pairs);
-    // Of three pairs the lowest doesn't play as a pair; it may still be the kicker.
-    const uint32_t made = (pairs ^ (lowest_rank_bit(pairs) & all_if(pair_count > 2))) | trips;
-    const ShapeForm& shape = seven_card_shapes[pair_count + (trips != 0) * 4];
-    const HandValue value = shape.category | top_five[made] * shape.made_multiplier |
-                            (top_five[ranks ^ made] & shape.kicker_mask) * shape.kicker_multiplier >> 8;
+    // x & (x - 1) drops the lowest rank; keep_lowest is all ones unless that is wanted.
+    const uint32_t made = twice & ((twice - 1) | seven_card_shapes.keep_lowest[key]);
+    const HandValue value =
+        seven_card_shapes.category[key] | top_five[made] * seven_card_shapes.made_multiplier[key] |
+        (top_five[ranks ^ made] & seven_card_shapes.kicker_mask[key]) * seven_card_shapes.kicker_multiplier[key] >> 8;
     // A straight outranks every shape that got this far.
     return std::max(value, straight_value[ranks]);
 }

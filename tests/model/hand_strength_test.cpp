@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 
 #include "model/cards.h"
@@ -68,6 +69,51 @@ TEST_F(HandStrength, AgreesWithReferenceOnRandomSixAndSevenCardHands) {
         EXPECT_EQ(mismatches, 0) << count << " cards";
     }
     for (int category = 0; category < 9; ++category) EXPECT_TRUE(category_seen[category]) << category;
+}
+
+// Calls visit() for every way of holding `left` more cards on the ranks from
+// `rank` up, at most four of a rank; held[r] is the number of rank r.
+template <class Visit>
+void for_each_rank_pattern(int held[13], int rank, int left, Visit& visit) {
+    if (rank == 13) {
+        if (left == 0) visit();
+        return;
+    }
+    for (int n = 0; n <= std::min(4, left); ++n) {
+        held[rank] = n;
+        for_each_rank_pattern(held, rank + 1, left - n, visit);
+    }
+    held[rank] = 0;
+}
+
+// Every way six or seven cards can fall on the ranks, each dealt twice: once
+// spread over the suits, and once with the first card of every rank in one
+// suit, which makes a flush (a straight flush, if the ranks run) whenever five
+// ranks are there. So every shape with every order of kickers is met, with
+// and without a flush, and the flush suit turns through all four.
+TEST_F(HandStrength, AgreesWithReferenceOnEveryRankPatternOfSixAndSevenCards) {
+    for (int count = 6; count <= 7; ++count) {
+        int mismatches = 0;
+        int patterns = 0;
+        int held[13] = {};
+        auto deal_both_ways = [&] {
+            const int first_suit = patterns++ % 4;
+            for (const bool gather : {false, true}) {
+                CardMask mask = 0;
+                int next_suit = first_suit;
+                for (int rank = 0; rank < 13; ++rank)
+                    for (int copy = 0; copy < held[rank]; ++copy)
+                        mask |= card_bit(make_card(rank, (gather ? first_suit + copy : next_suit++) % 4));
+                Card cards[7];
+                int taken = 0;
+                for (; mask && taken < 7; mask &= mask - 1) cards[taken++] = __builtin_ctzll(mask);
+                check_hand(cards, count, mismatches);
+            }
+        };
+        for_each_rank_pattern(held, 0, count, deal_both_ways);
+        EXPECT_EQ(patterns, count == 7 ? 49205 : 18395);
+        EXPECT_EQ(mismatches, 0) << count << " cards";
+    }
 }
 
 TEST_F(HandStrength, StraightsAndFlushes) {
