@@ -64,6 +64,13 @@ const RunoutBoard& task_card(const SubgameEngine& e, const WalkFrame& frame) {
     return frame.river >= 0 ? river_board(e, frame.turn, frame.river) : turn_board(e, frame.turn);
 }
 
+// The running thread's partial sum of a position, zeros until first used.
+float* thread_sum(std::vector<HandVector>& sums, int count) {
+    HandVector& sum = sums[static_cast<size_t>(omp_get_thread_num())];
+    if (!sum.data) sum = plain_zeros(count);
+    return sum.data;
+}
+
 void run_task(SubgameEngine& e, SubgameTask& task) {
     // Denormals mean nothing to the solver and are slow: every worker flushes
     // them to zero before it computes.
@@ -93,17 +100,16 @@ void run_task(SubgameEngine& e, SubgameTask& task) {
     } else {
         walk(frame);
     }
-    {
-        std::lock_guard lock(result_mutex);
-        const bool with_best = frame.best.data && position.best_sum.data;
-        if (frame.value.data) vec::scatter_add_each(position.value_sum.data, frame.value.data, identity, count);
-        if (with_best) vec::scatter_add_each(position.best_sum.data, frame.best.data, identity, count);
-        for (size_t k = 1; k < card.image_tables.size(); ++k) {
-            const int16_t* table = card.image_tables[k].data();
-            if (frame.value.data) vec::scatter_add(position.value_sum.data, frame.value.data, table, count);
-            if (with_best) vec::scatter_add(position.best_sum.data, frame.best.data, table, count);
-        }
-    }
+    const int parent_count = position.value_sum.count;
+    const auto add_into = [&](std::vector<HandVector>& sums, const HandVector& result) {
+        if (!result.data) return;
+        float* sum = thread_sum(sums, parent_count);
+        vec::scatter_add_each(sum, result.data, identity, count);
+        for (size_t k = 1; k < card.image_tables.size(); ++k)
+            vec::scatter_add(sum, result.data, card.image_tables[k].data(), count);
+    };
+    add_into(position.thread_values, frame.value);
+    if (position.best_sum.data) add_into(position.thread_bests, frame.best);
     frame.reach.release();
     frame.own_reach.release();
     frame.value.release();
@@ -166,7 +172,23 @@ void TraverseSubgames(SubgameEngine& e) {
             return a->frame.node->subgame_cost[traverser] > b->frame.node->subgame_cost[traverser];
         });
     }
+    const int team = std::max(threads, 1);
+    for (auto& position : positions) {
+        position->thread_values.resize(static_cast<size_t>(team));
+        position->thread_bests.resize(static_cast<size_t>(team));
+    }
     const int count = static_cast<int>(order.size());
-#pragma omp parallel for schedule(dynamic, 1) num_threads(threads)
+#pragma omp parallel for schedule(dynamic, 1) num_threads(team)
     for (int i = 0; i < count; ++i) run_task(e, *order[i]);
+    for (auto& position : positions) {
+        const int parent_count = position->value_sum.count;
+        for (int t = 0; t < team; ++t) {
+            HandVector& value = position->thread_values[static_cast<size_t>(t)];
+            HandVector& best = position->thread_bests[static_cast<size_t>(t)];
+            if (value.data) vec::add(position->value_sum.data, value.data, parent_count);
+            if (best.data && position->best_sum.data) vec::add(position->best_sum.data, best.data, parent_count);
+            value.release();
+            best.release();
+        }
+    }
 }

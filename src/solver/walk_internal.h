@@ -150,6 +150,11 @@ struct ChancePosition {
     HandVector own_reach;
     HandVector value_sum;
     HandVector best_sum;
+    // Each worker thread adds its tasks' results into its own pair, so tasks
+    // finish without a lock; the pairs are summed into the two above once
+    // the parallel loop is over.
+    std::vector<HandVector> thread_values;
+    std::vector<HandVector> thread_bests;
 };
 
 // Queues one task per card at this position (only `only_card` when it is not
