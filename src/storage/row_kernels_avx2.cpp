@@ -45,8 +45,52 @@ __attribute__((target("avx2"))) inline __m256 difference(const float* action, co
     return _mm256_sub_ps(value, _mm256_loadu_ps(node + h));
 }
 
-__attribute__((target("avx2"))) void strategy_f32_avx2(const float* values, int stride, int actions, int hands,
-                                   float* const* out, std::span<const float> defaults) {
+// Regret matching for a node of N actions, N known when compiled: the rows,
+// their defaults and the output pointers stay in registers across the row.
+// Sums are taken in action order, as in the general loops, so the results
+// are the same bits.
+template <int N>
+__attribute__((target("avx2"))) void strategy_f32_fixed(const float* values, int stride, int hands, float* const* out,
+                                                       std::span<const float> defaults) {
+    const __m256 smallest = _mm256_set1_ps(smallest_normal_f32);
+    __m256 fallback[N];
+    for (int a = 0; a < N; ++a) fallback[a] = _mm256_set1_ps(row_rules::default_of(defaults, a));
+    int h = 0;
+    for (; h + 8 <= hands; h += 8) {
+        __m256 row[N];
+        for (int a = 0; a < N; ++a) row[a] = _mm256_loadu_ps(values + a * stride + h);
+        __m256 sum = row[0];
+        for (int a = 1; a < N; ++a) sum = _mm256_add_ps(sum, row[a]);
+        const __m256 usable = _mm256_cmp_ps(sum, smallest, _CMP_GE_OQ);
+        const __m256 inverse = reciprocal(sum);
+        for (int a = 0; a < N; ++a)
+            _mm256_storeu_ps(out[a] + h, _mm256_blendv_ps(fallback[a], _mm256_mul_ps(row[a], inverse), usable));
+    }
+    for (; h < hands; ++h) row_rules::strategy_f32(values, stride, N, h, out, defaults);
+}
+
+template <int N>
+__attribute__((target("avx2"))) void strategy_u16_fixed(const uint16_t* values, int stride, int hands, float* const* out,
+                                                       std::span<const float> defaults) {
+    __m256 fallback[N];
+    for (int a = 0; a < N; ++a) fallback[a] = _mm256_set1_ps(row_rules::default_of(defaults, a));
+    int h = 0;
+    for (; h + 8 <= hands; h += 8) {
+        // Integer sums of up to 256 rows stay below 2^24, so the f32 sum is exact.
+        __m256 row[N];
+        for (int a = 0; a < N; ++a) row[a] = load_u16_as_f32(values + a * stride + h);
+        __m256 sum = row[0];
+        for (int a = 1; a < N; ++a) sum = _mm256_add_ps(sum, row[a]);
+        const __m256 usable = _mm256_cmp_ps(sum, _mm256_setzero_ps(), _CMP_GT_OQ);
+        const __m256 inverse = reciprocal(sum);
+        for (int a = 0; a < N; ++a)
+            _mm256_storeu_ps(out[a] + h, _mm256_blendv_ps(fallback[a], _mm256_mul_ps(row[a], inverse), usable));
+    }
+    for (; h < hands; ++h) row_rules::strategy_u16(values, stride, N, h, out, defaults);
+}
+
+__attribute__((target("avx2"))) void strategy_f32_any(const float* values, int stride, int actions, int hands,
+                                                     float* const* out, std::span<const float> defaults) {
     const __m256 smallest = _mm256_set1_ps(smallest_normal_f32);
     int h = 0;
     for (; h + 8 <= hands; h += 8) {
@@ -61,6 +105,18 @@ __attribute__((target("avx2"))) void strategy_f32_avx2(const float* values, int 
         }
     }
     for (; h < hands; ++h) row_rules::strategy_f32(values, stride, actions, h, out, defaults);
+}
+
+__attribute__((target("avx2"))) void strategy_f32_avx2(const float* values, int stride, int actions, int hands,
+                                                      float* const* out, std::span<const float> defaults) {
+    switch (actions) {
+        case 2: return strategy_f32_fixed<2>(values, stride, hands, out, defaults);
+        case 3: return strategy_f32_fixed<3>(values, stride, hands, out, defaults);
+        case 4: return strategy_f32_fixed<4>(values, stride, hands, out, defaults);
+        case 5: return strategy_f32_fixed<5>(values, stride, hands, out, defaults);
+        case 6: return strategy_f32_fixed<6>(values, stride, hands, out, defaults);
+        default: return strategy_f32_any(values, stride, actions, hands, out, defaults);
+    }
 }
 
 __attribute__((target("avx2"))) void strategy_u16_pair_avx2(const uint16_t* values, int stride, int hands, float* const* out,
@@ -79,15 +135,10 @@ __attribute__((target("avx2"))) void strategy_u16_pair_avx2(const uint16_t* valu
     for (; h < hands; ++h) row_rules::strategy_u16_pair(values, stride, h, out, first_default);
 }
 
-__attribute__((target("avx2"))) void strategy_u16_avx2(const uint16_t* values, int stride, int actions, int hands,
-                                   float* const* out, std::span<const float> defaults) {
-    if (actions == 2) {
-        strategy_u16_pair_avx2(values, stride, hands, out, row_rules::default_of(defaults, 0));
-        return;
-    }
+__attribute__((target("avx2"))) void strategy_u16_any(const uint16_t* values, int stride, int actions, int hands,
+                                                     float* const* out, std::span<const float> defaults) {
     int h = 0;
     for (; h + 8 <= hands; h += 8) {
-        // Integer sums of up to 256 rows stay below 2^24, so the f32 sum is exact.
         __m256 sum = load_u16_as_f32(values + h);
         for (int a = 1; a < actions; ++a) sum = _mm256_add_ps(sum, load_u16_as_f32(values + a * stride + h));
         const __m256 usable = _mm256_cmp_ps(sum, _mm256_setzero_ps(), _CMP_GT_OQ);
@@ -99,6 +150,18 @@ __attribute__((target("avx2"))) void strategy_u16_avx2(const uint16_t* values, i
         }
     }
     for (; h < hands; ++h) row_rules::strategy_u16(values, stride, actions, h, out, defaults);
+}
+
+__attribute__((target("avx2"))) void strategy_u16_avx2(const uint16_t* values, int stride, int actions, int hands,
+                                                      float* const* out, std::span<const float> defaults) {
+    switch (actions) {
+        case 2: return strategy_u16_pair_avx2(values, stride, hands, out, row_rules::default_of(defaults, 0));
+        case 3: return strategy_u16_fixed<3>(values, stride, hands, out, defaults);
+        case 4: return strategy_u16_fixed<4>(values, stride, hands, out, defaults);
+        case 5: return strategy_u16_fixed<5>(values, stride, hands, out, defaults);
+        case 6: return strategy_u16_fixed<6>(values, stride, hands, out, defaults);
+        default: return strategy_u16_any(values, stride, actions, hands, out, defaults);
+    }
 }
 
 __attribute__((target("avx2"))) void update_f32_avx2(float* row, const float* action, const float* node, int hands,

@@ -31,7 +31,7 @@ protected:
 
 TEST_F(RowKernelsTest, StrategyReadsAgreeWithReference) {
     const std::vector<float> defaults = {0.9f, 0.05f, 0.03f, 0.02f};  // shorter than 7 actions
-    for (int actions : {1, 2, 3, 4, 7}) {
+    for (int actions : {1, 2, 3, 4, 5, 6, 7}) {
         for (int hands : {1, 8, 9, 23, 67}) {
             const int stride = row_stride(hands);
             std::vector<float> f32_rows = values(stride * actions, 0.0f, 50.0f);
