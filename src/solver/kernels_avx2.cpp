@@ -7,7 +7,7 @@
 #include <cmath>
 
 #include "solver/kernels_lanes.h"
-#include "solver/kernels_single.h"
+#include "solver/kernels_single_entries.h"
 
 using namespace kernel_lanes;
 using namespace kernel_single;
@@ -74,66 +74,45 @@ namespace {
     }
 }
 
-[[gnu::target("avx2,fma")]] bool fold_1(float* out, const float* reach, int count, const uint16_t* hand_cards,
-                                        float payoff) {
-    if (!reach) return fill_zeros(out, count);
-    alignas(32) float card_sum[card_slots];
-    const float total = fold_card_sums(reach, count, hand_cards, payoff, card_sum);
-    if (!(std::fabs(total) > smallest_normal_f32)) return fill_zeros(out, count);
-    write_fold(out, reach, count, hand_cards, card_sum, total, payoff);
-    return true;
+// Pass 2's writers of this instruction set, for the shared single-leaf bodies.
+struct Writers {
+    [[gnu::always_inline]] static void run_single(SingleSweep& sweep, const uint16_t* hand_cards, float* out) {
+        ::run_single(sweep, hand_cards, out);
+    }
+    [[gnu::always_inline]] static void write_fold(float* out, const float* reach, int count, const uint16_t* hand_cards,
+                           const float* card_sum, float total, float payoff) {
+        ::write_fold(out, reach, count, hand_cards, card_sum, total, payoff);
+    }
+};
+
+[[gnu::target("avx2,fma")]] bool fold_1(float* out, const float* reach, int count, const uint16_t* hand_cards, float payoff) {
+    return fold_1_entry<Writers>(out, reach, count, hand_cards, payoff);
 }
 
 template <int N>
-[[gnu::target("avx2,fma")]] bool fold_n(float* const* outs, const float* const* reaches, int count,
-                                        const uint16_t* hand_cards, const float* payoffs) {
+[[gnu::target("avx2,fma")]] bool fold_n(float* const* outs, const float* const* reaches, int count, const uint16_t* hand_cards,
+                const float* payoffs) {
     return fold_lanes<N>(outs, reaches, count, hand_cards, payoffs);
 }
 
 [[gnu::target("avx2,fma")]] bool showdown_1(float* out, const float* reach, const ShowdownList& list, float payoff) {
-    if (!reach) return fill_zeros(out, list.count);
-    SingleSweep sweep;
-    build_single<false>(sweep, nullptr, reach, nullptr, list, payoff);
-    if (sweep.total == 0.0f) return fill_zeros(out, list.count);
-    run_single(sweep, list.hand_cards, out);
-    return true;
+    return showdown_1_entry<Writers>(out, reach, list, payoff);
 }
 
 template <int N>
-[[gnu::target("avx2,fma")]] bool showdown_n(float* const* outs, const float* const* reaches, const ShowdownList& list,
-                                            const float* payoffs) {
+[[gnu::target("avx2,fma")]] bool showdown_n(float* const* outs, const float* const* reaches, const ShowdownList& list, const float* payoffs) {
     return showdown_lanes<N>(outs, reaches, list, payoffs);
 }
 
-[[gnu::target("avx2,fma")]] bool river_pair(float* out_showdown, float* out_fold, const float* reach,
-                                            const ShowdownList& list, float payoff_showdown, float payoff_fold) {
-    SingleSweep sweep;
-    if (reach) build_single<false>(sweep, nullptr, reach, nullptr, list, 1.0f);
-    if (!reach || sweep.total == 0.0f) {
-        fill_zeros(out_showdown, list.count);
-        return fill_zeros(out_fold, list.count);
-    }
-    FoldHalf fold;
-    split_pair(sweep, fold, payoff_showdown, payoff_fold);
-    run_single(sweep, list.hand_cards, out_showdown);
-    write_fold(out_fold, reach, list.count, list.hand_cards, fold.card_sum, fold.total, payoff_fold);
-    return true;
+[[gnu::target("avx2,fma")]] bool river_pair(float* out_showdown, float* out_fold, const float* reach, const ShowdownList& list,
+                    float payoff_showdown, float payoff_fold) {
+    return river_pair_entry<Writers>(out_showdown, out_fold, reach, list, payoff_showdown, payoff_fold);
 }
 
-[[gnu::target("avx2,fma")]] bool river_pair_2(float* out_showdown, float* out_fold, const float* reach_showdown,
-                                              const float* reach_fold, const ShowdownList& list, float payoff_showdown,
-                                              float payoff_fold) {
-    SingleSweep sweep;
-    FoldHalf fold;
-    build_single<true>(sweep, &fold, reach_showdown, reach_fold, list, 1.0f);
-    if (sweep.total == 0.0f && fold.total == 0.0f) {
-        fill_zeros(out_showdown, list.count);
-        return fill_zeros(out_fold, list.count);
-    }
-    scale_pair(sweep, fold, payoff_showdown, payoff_fold);
-    run_single(sweep, list.hand_cards, out_showdown);
-    write_fold(out_fold, reach_fold, list.count, list.hand_cards, fold.card_sum, fold.total, payoff_fold);
-    return true;
+[[gnu::target("avx2,fma")]] bool river_pair_2(float* out_showdown, float* out_fold, const float* reach_showdown, const float* reach_fold,
+                      const ShowdownList& list, float payoff_showdown, float payoff_fold) {
+    return river_pair_2_entry<Writers>(out_showdown, out_fold, reach_showdown, reach_fold, list, payoff_showdown,
+                                       payoff_fold);
 }
 
 }  // namespace
