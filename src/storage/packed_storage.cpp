@@ -70,8 +70,10 @@ int64_t PackedStorage::value_count(int group) const {
 
 // A row may be coded against the same action's row of the previous river
 // card, when that one is at least as long. Reader and writer walk the rows in
-// the same order with the same rule, so both see the same previous rows.
-void PackedStorage::read_rows(RowStream& stream, int group) {
+// the same order with the same rule, so both see the same previous rows:
+// `visit(row, previous or null, hands)` at the store's width.
+template <class Visit>
+void PackedStorage::visit_coded_rows(int group, Visit visit) const {
     const int rows = layout_->groups[group].row_count;
     for (int a = 0; a < layout_->action_count; ++a) {
         for (int r = 0; r < rows; ++r) {
@@ -80,31 +82,38 @@ void PackedStorage::read_rows(RowStream& stream, int group) {
             const int previous_offset = with_previous ? a * row_stride(row_length(group, r - 1)) : 0;
             if (narrow_) {
                 const uint16_t* previous = with_previous ? open_row16(group, r - 1) + previous_offset : nullptr;
-                stream.get_row16(open_row16(group, r) + a * row_stride(hands), previous, hands);
+                visit(open_row16(group, r) + a * row_stride(hands), previous, hands);
             } else {
                 const uint32_t* previous = with_previous ? open_row32(group, r - 1) + previous_offset : nullptr;
-                stream.get_row32(open_row32(group, r) + a * row_stride(hands), previous, hands);
+                visit(open_row32(group, r) + a * row_stride(hands), previous, hands);
             }
         }
     }
 }
 
+namespace {
+
+void get_row(RowStream& stream, uint16_t* row, const uint16_t* previous, int hands) {
+    stream.get_row16(row, previous, hands);
+}
+void get_row(RowStream& stream, uint32_t* row, const uint32_t* previous, int hands) {
+    stream.get_row32(row, previous, hands);
+}
+void put_row(RowStream& stream, const uint16_t* row, const uint16_t* previous, int hands) {
+    stream.put_row16(row, previous, hands);
+}
+void put_row(RowStream& stream, const uint32_t* row, const uint32_t* previous, int hands) {
+    stream.put_row32(row, previous, hands);
+}
+
+}  // namespace
+
+void PackedStorage::read_rows(RowStream& stream, int group) {
+    visit_coded_rows(group, [&](auto* row, const auto* previous, int hands) { get_row(stream, row, previous, hands); });
+}
+
 void PackedStorage::write_rows(RowStream& stream, int group) const {
-    const int rows = layout_->groups[group].row_count;
-    for (int a = 0; a < layout_->action_count; ++a) {
-        for (int r = 0; r < rows; ++r) {
-            const int hands = row_length(group, r);
-            const bool with_previous = r > 0 && hands <= row_length(group, r - 1);
-            const int previous_offset = with_previous ? a * row_stride(row_length(group, r - 1)) : 0;
-            if (narrow_) {
-                const uint16_t* previous = with_previous ? open_row16(group, r - 1) + previous_offset : nullptr;
-                stream.put_row16(open_row16(group, r) + a * row_stride(hands), previous, hands);
-            } else {
-                const uint32_t* previous = with_previous ? open_row32(group, r - 1) + previous_offset : nullptr;
-                stream.put_row32(open_row32(group, r) + a * row_stride(hands), previous, hands);
-            }
-        }
-    }
+    visit_coded_rows(group, [&](auto* row, const auto* previous, int hands) { put_row(stream, row, previous, hands); });
 }
 
 RowStream* PackedStorage::open_group(RowStream* stream, int group, int64_t reserve_values) {

@@ -73,6 +73,8 @@ private:
     uint8_t* open_row(int group, int row) const;
     // Moves every row of an open group through the stream, action by action,
     // each with the same previous-row rule on both sides.
+    template <class Visit>
+    void visit_coded_rows(int group, Visit visit) const;
     void read_rows(RowStream& stream, int group);
     void write_rows(RowStream& stream, int group) const;
 
