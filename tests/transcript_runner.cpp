@@ -6,8 +6,18 @@
 // command or argument stands for the transcript's folder, and the program
 // runs in a fresh folder of its own holding a copy of the transcript folder's
 // fixtures/, so scripts can name each other by relative paths.
+//
+// "@tolerance <relative>" lets the numbers of the output differ from the
+// expected ones by that share of their size; all other text must still match
+// to the byte. Values that come out of a solve go through reciprocal
+// estimates, which round differently on processors of different makers, so
+// their last digits are not the same everywhere.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -20,6 +30,7 @@ struct Transcript {
     std::string args;
     std::string input;
     std::string expected;
+    double tolerance = 0;
 };
 
 std::string replace_all(std::string text, const std::string& from, const std::string& to) {
@@ -40,6 +51,8 @@ Transcript read_transcript(const fs::path& path) {
             transcript.input += "\n";
         } else if (line.rfind("@args ", 0) == 0) {
             transcript.args += " " + replace_all(line.substr(6), "@DIR@", dir);
+        } else if (line.rfind("@tolerance ", 0) == 0) {
+            transcript.tolerance = std::stod(line.substr(11));
         } else {
             transcript.expected += line + "\n";
         }
@@ -62,6 +75,39 @@ std::string after_banner(const std::string& output) {
         if (at != std::string::npos) ++at;
     }
     return at == std::string::npos ? std::string() : output.substr(at);
+}
+
+// Length of the decimal number starting at `at`, or 0 when none starts there.
+size_t number_length(const std::string& text, size_t at) {
+    const char* start = text.c_str() + at;
+    if (!(std::isdigit(static_cast<unsigned char>(*start)) || *start == '-' || *start == '.')) return 0;
+    char* end = nullptr;
+    std::strtod(start, &end);
+    // strtod also reads "nan", "inf" and hexadecimal: those must match as text.
+    const std::string read(start, static_cast<size_t>(end - start));
+    if (read.find_first_of("nNiIxX") != std::string::npos) return 0;
+    return static_cast<size_t>(end - start);
+}
+
+// Byte for byte, except that numbers standing at the same place may differ by
+// `tolerance` of their size.
+bool matches(const std::string& expected, const std::string& actual, double tolerance) {
+    if (tolerance == 0) return expected == actual;
+    size_t e = 0, a = 0;
+    while (e < expected.size() && a < actual.size()) {
+        const size_t e_length = number_length(expected, e);
+        const size_t a_length = number_length(actual, a);
+        if (e_length > 0 && a_length > 0) {
+            const double x = std::strtod(expected.c_str() + e, nullptr);
+            const double y = std::strtod(actual.c_str() + a, nullptr);
+            if (std::fabs(x - y) > tolerance * std::max({1.0, std::fabs(x), std::fabs(y)})) return false;
+            e += e_length;
+            a += a_length;
+        } else if (expected[e++] != actual[a++]) {
+            return false;
+        }
+    }
+    return e == expected.size() && a == actual.size();
 }
 
 std::vector<fs::path> all_transcripts() {
@@ -88,7 +134,9 @@ TEST_P(TranscriptTest, OutputMatches) {
                                 " < input.txt > output.txt 2> errors.txt";
     std::system(command.c_str());
     const std::string output = after_banner(read_file(work / "output.txt"));
-    EXPECT_EQ(transcript.expected, output) << "transcript " << path << "\nstderr: " << read_file(work / "errors.txt");
+    if (!matches(transcript.expected, output, transcript.tolerance)) {
+        EXPECT_EQ(transcript.expected, output) << "transcript " << path << "\nstderr: " << read_file(work / "errors.txt");
+    }
     fs::remove_all(work);
 }
 

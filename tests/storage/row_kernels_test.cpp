@@ -58,9 +58,15 @@ TEST_F(RowKernelsTest, StrategyReadsAgreeWithReference) {
                     scalar_row_kernels.strategy_f32(f32_rows.data(), stride, actions, hands, expected_rows.data(), defaults);
                     avx2_row_kernels.strategy_f32(f32_rows.data(), stride, actions, hands, actual_rows.data(), defaults);
                 }
+                // A refined reciprocal is good to about 2e-6 of the value; the
+                // two-action word path gives its second action as 1 - first,
+                // which adds up to one unit in the last place of 1.0. How the
+                // estimate rounds differs between processor makers.
+                const float complement_error = words && actions == 2 ? 1.2e-7f : 0.0f;
                 for (int a = 0; a < actions; ++a)
                     for (int h = 0; h < hands; ++h)
-                        ASSERT_NEAR(actual[a][h], expected[a][h], 2e-6f * std::fabs(expected[a][h]))
+                        ASSERT_NEAR(actual[a][h], expected[a][h],
+                                    2e-6f * std::fabs(expected[a][h]) + complement_error)
                             << (words ? "u16" : "f32") << " actions " << actions << " hands " << hands << " h " << h;
             }
         }
