@@ -46,11 +46,13 @@ Transcript read_transcript(const fs::path& path) {
     std::string line;
     while (std::getline(file, line)) {
         if (line.rfind("> ", 0) == 0) {
-            transcript.input += replace_all(line.substr(2), "@DIR@", dir) + "\n";
+            transcript.input += replace_all(line.substr(2), "@DIR@", dir);
+            transcript.input += '\n';
         } else if (line == ">") {
             transcript.input += "\n";
         } else if (line.rfind("@args ", 0) == 0) {
-            transcript.args += " " + replace_all(line.substr(6), "@DIR@", dir);
+            transcript.args += ' ';
+            transcript.args += replace_all(line.substr(6), "@DIR@", dir);
         } else if (line.rfind("@tolerance ", 0) == 0) {
             transcript.tolerance = std::stod(line.substr(11));
         } else {
