@@ -6,7 +6,7 @@
 std::unique_ptr<SubgameEngine> engine;
 int32_t first_street = 1;
 bool skip_values = false;
-std::mutex engine_lock;
+FifoMutex engine_lock;
 
 SubgameEngine::SubgameEngine() = default;
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -117,8 +118,39 @@ extern std::unique_ptr<SubgameEngine> engine;
 extern int32_t first_street;
 // Set by load_tree when a file carries no value rows.
 extern bool skip_values;
+// A lock granted in the order it was asked for. The solver thread takes the
+// engine's lock again the moment a walk ends; a plain mutex lets it win that
+// race over and over, and a command waiting to read the tree could wait for
+// seconds. In turn order a command waits for the walk in progress only.
+class FifoMutex {
+public:
+    void lock() {
+        std::unique_lock guard(state_);
+        const uint64_t ticket = next_ticket_++;
+        turn_.wait(guard, [&] { return now_serving_ == ticket; });
+    }
+    void unlock() {
+        {
+            std::lock_guard guard(state_);
+            ++now_serving_;
+        }
+        turn_.notify_all();
+    }
+    // Someone besides the holder has asked for the lock.
+    bool has_waiters() {
+        std::lock_guard guard(state_);
+        return next_ticket_ - now_serving_ > 1;
+    }
+
+private:
+    std::mutex state_;
+    std::condition_variable turn_;
+    uint64_t next_ticket_ = 0;
+    uint64_t now_serving_ = 0;
+};
+
 // Held by every walk and by the commands that read the tree meanwhile.
-extern std::mutex engine_lock;
+extern FifoMutex engine_lock;
 // True while the solver thread exists. Commands that replace or reload the
 // tree refuse meanwhile, rather than pull it from under the thread.
 inline std::atomic<bool> solver_active{false};
