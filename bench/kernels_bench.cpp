@@ -98,7 +98,7 @@ void measure(const Scenario& scenario, const char* set_name, const EvalKernels& 
     const float payoffs[8] = {3, 5, 7, 9, 11, 13, 15, 17};
 
     std::printf("  %-7s showdown", set_name);
-    for (const int width : {1, 2, 3, 4, 6, 8}) {
+    for (const int width : {1, 2, 3, 4, 5, 6, 7, 8}) {
         const auto one = [&] { kernels.showdown_1(outs[0], reaches[0], list, payoffs[0]); };
         const auto wide = [&] { kernels.showdown_n[width](outs.data(), reaches.data(), list, payoffs); };
         print_timing(width, width == 1 ? ns_per_hand(one, count, 1) : ns_per_hand(wide, count, width));

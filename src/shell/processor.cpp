@@ -12,7 +12,7 @@ double storage_precision = 0;
 
 namespace {
 
-constexpr std::array showdown_widths{8, 6, 4, 3, 2};
+constexpr std::array showdown_widths{8, 7, 6, 5, 4, 3, 2};
 constexpr std::array fold_widths{4, 3, 2};
 
 int widest_block(std::span<const int> widths, int remaining, int level) {

@@ -27,7 +27,8 @@ VectorIsa kernel_isa();
 bool river_batch_enabled(int level = simd_level);
 
 // How many showdown leaves the next fused kernel takes, out of `remaining`
-// (at least 1): 8, 6, 4, 3, 2 or 1, the widest that fits the count and the level.
+// (at least 1): any width from 8 down to 1, the widest that fits the count and
+// the level. Widths 5 and 7 are sweeps of 6 and 8 lanes with lanes to spare.
 int showdown_block_width(int remaining, int level = simd_level);
 // The same for fold leaves, whose kernels come in widths 4, 3, 2 and 1.
 int fold_block_width(int remaining, int level = simd_level);

@@ -91,7 +91,7 @@ bool eval_river_pair_2(float* out_showdown, float* out_fold, const float* reach_
 
 // ---- Batches of leaves of one river card (RiverBatch) ----------------------
 // Takes the leaves from the front in blocks of the widest kernel that fits the
-// remaining count and `level` (showdown: 8, 6, 4, 3, 2, else 1; fold: 4, 3, 2,
+// remaining count and `level` (showdown: 8 down to 2, else 1; fold: 4, 3, 2,
 // else 1). Every reach must be non-null; outs are written in full. Returns,
 // per leaf, whether its out may hold non-zero values (in `nonzero`, may be
 // null).
@@ -109,7 +109,7 @@ struct EvalKernels {
     bool (*fold_1)(float*, const float*, int, const uint16_t*, float);
     bool (*fold_n[max_fold_width + 1])(float* const*, const float* const*, int, const uint16_t*, const float*);
     bool (*showdown_1)(float*, const float*, const ShowdownList&, float);
-    // Indexed by width; null at the widths that don't exist (5, 7).
+    // Indexed by width, 2 to 8.
     bool (*showdown_n[max_showdown_width + 1])(float* const*, const float* const*, const ShowdownList&,
                                                 const float*);
     bool (*river_pair)(float*, float*, const float*, const ShowdownList&, float, float);

@@ -123,7 +123,8 @@ const EvalKernels avx512_eval_kernels = {
     fold_1,
     {nullptr, nullptr, fold_n<2>, fold_n<3>, fold_n<4>},
     showdown_1,
-    {nullptr, nullptr, showdown_n<2>, showdown_n<3>, showdown_n<4>, nullptr, showdown_n<6>, nullptr, showdown_n<8>},
+    {nullptr, nullptr, showdown_n<2>, showdown_n<3>, showdown_n<4>, showdown_n<5>, showdown_n<6>, showdown_n<7>,
+     showdown_n<8>},
     river_pair,
     river_pair_2,
 };

@@ -4,8 +4,10 @@
 // a wider target they are compiled for that target. Internal linkage keeps
 // each file's copies its own.
 //
-// Lanes are padded: widths 2 to 4 use a 16-byte vector per hand, 6 and 8 a
-// 32-byte one.
+// Lanes are padded: widths 2 to 4 use a 16-byte vector per hand, 5 to 8 a
+// 32-byte one. A sweep costs the same whether its vector is full or not, so
+// a batch of 7 leaves is cheaper as one 8-lane sweep with a lane to spare
+// than as 6 lanes and a single leaf.
 #pragma once
 
 #include <immintrin.h>
@@ -63,8 +65,11 @@ template <int N>
     if constexpr (N == 2) return _mm_setr_ps(values[0], values[1], 0.0f, 0.0f);
     else if constexpr (N == 3) return _mm_setr_ps(values[0], values[1], values[2], 0.0f);
     else if constexpr (N == 4) return _mm_loadu_ps(values);
+    else if constexpr (N == 5) return _mm256_setr_ps(values[0], values[1], values[2], values[3], values[4], 0, 0, 0);
     else if constexpr (N == 6)
         return _mm256_setr_ps(values[0], values[1], values[2], values[3], values[4], values[5], 0.0f, 0.0f);
+    else if constexpr (N == 7)
+        return _mm256_setr_ps(values[0], values[1], values[2], values[3], values[4], values[5], values[6], 0.0f);
     else return _mm256_loadu_ps(values);
 }
 template <int N>
@@ -72,9 +77,14 @@ template <int N>
     if constexpr (N == 2) return _mm_setr_ps(arrays[0][h], arrays[1][h], 0.0f, 0.0f);
     else if constexpr (N == 3) return _mm_setr_ps(arrays[0][h], arrays[1][h], arrays[2][h], 0.0f);
     else if constexpr (N == 4) return _mm_setr_ps(arrays[0][h], arrays[1][h], arrays[2][h], arrays[3][h]);
+    else if constexpr (N == 5)
+        return _mm256_setr_ps(arrays[0][h], arrays[1][h], arrays[2][h], arrays[3][h], arrays[4][h], 0.0f, 0.0f, 0.0f);
     else if constexpr (N == 6)
         return _mm256_setr_ps(arrays[0][h], arrays[1][h], arrays[2][h], arrays[3][h], arrays[4][h], arrays[5][h],
                               0.0f, 0.0f);
+    else if constexpr (N == 7)
+        return _mm256_setr_ps(arrays[0][h], arrays[1][h], arrays[2][h], arrays[3][h], arrays[4][h], arrays[5][h],
+                              arrays[6][h], 0.0f);
     else
         return _mm256_setr_ps(arrays[0][h], arrays[1][h], arrays[2][h], arrays[3][h], arrays[4][h], arrays[5][h],
                               arrays[6][h], arrays[7][h]);

@@ -220,8 +220,8 @@ const EvalKernels scalar_eval_kernels = {
     fold_1,
     {nullptr, nullptr, fold_lanes<2>, fold_lanes<3>, fold_lanes<4>},
     showdown_1,
-    {nullptr, nullptr, showdown_lanes<2>, showdown_lanes<3>, showdown_lanes<4>, nullptr, showdown_lanes<6>,
-     nullptr, showdown_lanes<8>},
+    {nullptr, nullptr, showdown_lanes<2>, showdown_lanes<3>, showdown_lanes<4>, showdown_lanes<5>, showdown_lanes<6>,
+     showdown_lanes<7>, showdown_lanes<8>},
     river_pair,
     river_pair_lanes,
 };

@@ -236,10 +236,11 @@ std::vector<int> blocks(int leaves, int level, int (*width)(int, int)) {
 }
 
 TEST(KernelBlocks, ShowdownLeavesGoInTheWidestBlocksTheLevelAllows) {
-    EXPECT_EQ(blocks(23, 8, showdown_block_width), (std::vector<int>{8, 8, 6, 1}));
+    EXPECT_EQ(blocks(23, 8, showdown_block_width), (std::vector<int>{8, 8, 7}));
     EXPECT_EQ(blocks(19, 8, showdown_block_width), (std::vector<int>{8, 8, 3}));
-    EXPECT_EQ(blocks(13, 7, showdown_block_width), (std::vector<int>{6, 6, 1}));
-    EXPECT_EQ(blocks(9, 5, showdown_block_width), (std::vector<int>{4, 4, 1}));
+    EXPECT_EQ(blocks(13, 8, showdown_block_width), (std::vector<int>{8, 5}));
+    EXPECT_EQ(blocks(13, 6, showdown_block_width), (std::vector<int>{6, 6, 1}));
+    EXPECT_EQ(blocks(9, 5, showdown_block_width), (std::vector<int>{5, 4}));
     EXPECT_EQ(blocks(7, 3, showdown_block_width), (std::vector<int>{3, 3, 1}));
     EXPECT_EQ(blocks(5, 2, showdown_block_width), (std::vector<int>{2, 2, 1}));
     EXPECT_EQ(blocks(3, 1, showdown_block_width), (std::vector<int>{1, 1, 1}));

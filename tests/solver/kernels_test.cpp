@@ -176,7 +176,7 @@ std::vector<const float*> reach_pointers(const Reaches& reaches, int first, int 
     return pointers;
 }
 
-constexpr int showdown_widths[] = {1, 2, 3, 4, 6, 8};
+constexpr int showdown_widths[] = {1, 2, 3, 4, 5, 6, 7, 8};
 constexpr int fold_widths[] = {1, 2, 3, 4};
 
 bool run_showdown(const EvalKernels& kernels, int width, Outs& outs, const float* const* reaches,
