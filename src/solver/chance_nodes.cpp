@@ -81,16 +81,26 @@ void walk_rivers_in_line(WalkFrame& f) {
     const int count = f.reach.count;
     const bool training = e.mode == mode_train;
     const bool summing = !training || (sums_allowed(e) && e.update_river_average);
-    const bool with_sums = summing && sums_allowed(e) && river_strategy_enabled;
+    const bool with_sums = river_sums_in_use(e);
 
     OpenRiverRows rows;
     open_river_rows(e, *f.node, f.turn, with_sums, rows);
     int only_river = -1;
     if (e.mode == mode_capture && e.capture_request && e.capture_request->river >= 0)
         only_river = e.capture_request->river;
+    // While one river card is walked, the rows and tables of the next are on
+    // their way. (No walk below here comes back to this function.)
+    thread_local std::vector<const TreeNode*> below;
+    collect_river_nodes(e, *f.node, below);
+    const auto prefetch = [&](int r) {
+        prefetch_river_board(turn.rivers[r]);
+        prefetch_river_rows(e, below, f.turn, r, with_sums);
+    };
     const int rivers = static_cast<int>(turn.rivers.size());
+    if (only_river < 0 && rivers > 0) prefetch(0);
     for (int r = 0; r < rivers; ++r) {
         if (only_river >= 0 && r != only_river) continue;
+        if (only_river < 0 && r + 1 < rivers) prefetch(r + 1);
         const RunoutBoard& river = turn.rivers[r];
         WalkFrame child;
         child.engine = &e;

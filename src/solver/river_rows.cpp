@@ -2,12 +2,9 @@
 
 #include <vector>
 
-namespace {
+#include "solver/walk.h"
 
-// The river decision nodes from `first` down, depth first, children in order:
-// the walk's own order. Kept per thread, so the lists allocate only once.
-const std::vector<const TreeNode*>& river_nodes(const SubgameEngine& e, const TreeNode& first) {
-    thread_local std::vector<const TreeNode*> nodes;
+void collect_river_nodes(const SubgameEngine& e, const TreeNode& first, std::vector<const TreeNode*>& nodes) {
     thread_local std::vector<const TreeNode*> stack;
     nodes.clear();
     stack.clear();
@@ -20,6 +17,24 @@ const std::vector<const TreeNode*>& river_nodes(const SubgameEngine& e, const Tr
         for (auto child = node->children.rbegin(); child != node->children.rend(); ++child)
             stack.push_back(&e.nodes[*child]);
     }
+}
+
+void prefetch_river_rows(const SubgameEngine& e, const std::vector<const TreeNode*>& nodes, int turn, int river,
+                         bool with_sums) {
+    const bool training = e.mode == mode_train;
+    for (const TreeNode* node : nodes) {
+        if (node->regrets) node->regrets->prefetch_row(turn, river);
+        if (with_sums && node->strategy_sums && !(training && node->player == e.traverser))
+            node->strategy_sums->prefetch_row(turn, river);
+    }
+}
+
+namespace {
+
+// Kept per thread, so the lists allocate only once.
+const std::vector<const TreeNode*>& river_nodes(const SubgameEngine& e, const TreeNode& first) {
+    thread_local std::vector<const TreeNode*> nodes;
+    collect_river_nodes(e, first, nodes);
     return nodes;
 }
 

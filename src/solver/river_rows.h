@@ -5,6 +5,8 @@
 // nothing here.
 #pragma once
 
+#include <vector>
+
 #include "storage/row_stream.h"
 #include "tree/engine.h"
 
@@ -20,6 +22,16 @@ struct OpenRiverRows {
 // `first` down: regrets, and strategy sums with `with_sums`.
 void open_river_rows(const SubgameEngine& engine, const TreeNode& first, int turn, bool with_sums,
                      OpenRiverRows& rows);
+
+// The river decision nodes from `first` down, depth first, children in order:
+// the walk's own order.
+void collect_river_nodes(const SubgameEngine& engine, const TreeNode& first, std::vector<const TreeNode*>& nodes);
+
+// Asks for the rows that a walk of river card `river` under turn group `turn`
+// will read at `nodes`: regrets, and with `with_sums` the strategy sums the
+// walk touches (a training walk only the opponent's).
+void prefetch_river_rows(const SubgameEngine& engine, const std::vector<const TreeNode*>& nodes, int turn, int river,
+                         bool with_sums);
 
 // Closes them again; rows of a player whose values changed are written back
 // (regrets and sums told apart), the others are dropped unchanged.

@@ -10,6 +10,7 @@
 
 #include "shell/reply.h"
 #include "shell/settings.h"
+#include "solver/river_rows.h"
 #include "solver/vector_ops.h"
 #include "solver/walk_internal.h"
 
@@ -80,6 +81,14 @@ void run_task(SubgameEngine& e, SubgameTask& task) {
     ChancePosition& position = *task.position;
     const RunoutBoard& card = task_card(e, frame);
     const int count = static_cast<int>(card.hands.size());
+    if (frame.river >= 0) {
+        // Every row of the task's river subtree asked for at once, rather than
+        // one node's after another as the walk meets them.
+        thread_local std::vector<const TreeNode*> below;
+        collect_river_nodes(e, *frame.node, below);
+        prefetch_river_board(card);
+        prefetch_river_rows(e, below, frame.turn, frame.river, river_sums_in_use(e));
+    }
     const int16_t* identity = card.image_tables[0].data();
 
     frame.reach.set_zero(count);

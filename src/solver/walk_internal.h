@@ -9,8 +9,10 @@
 #include <span>
 #include <vector>
 
+#include "shell/processor.h"
 #include "solver/kernels.h"
 #include "solver/walk.h"
+#include "storage/prefetch.h"
 #include "tree/boards.h"
 
 // Smallest normal f32: anything below counts as zero at the walk's tests.
@@ -86,6 +88,16 @@ inline const uint16_t* list_hand_cards(const SubgameEngine& e, int turn, int riv
     return river_board(e, turn, river).hand_cards.data();
 }
 
+// Asks for the tables a walk of this river card reads.
+inline void prefetch_river_board(const RunoutBoard& river) {
+    prefetch_bytes(river.hand_cards.data(), river.hand_cards.size() * sizeof(uint16_t));
+    prefetch_bytes(river.strength_groups.data(), river.strength_groups.size() * sizeof(int16_t));
+    prefetch_bytes(river.small_groups.data(), river.small_groups.size() * sizeof(SmallGroup));
+    prefetch_bytes(river.large_groups.data(), river.large_groups.size() * sizeof(LargeGroup));
+    for (const std::vector<int16_t>& table : river.image_tables)
+        prefetch_bytes(table.data(), table.size() * sizeof(int16_t));
+}
+
 inline int root_list_count(const SubgameEngine& e) { return static_cast<int>(e.root_weights[0].size()); }
 
 // A terminal's payoff for the traverser: what the winner gains, lost by the
@@ -100,6 +112,14 @@ inline float terminal_payoff(const SubgameEngine& e, const TreeNode& node) {
 // river switches).
 inline bool sums_allowed(const SubgameEngine& e) {
     return e.average_strategy_mode == 2 || (e.average_strategy_mode == 1 && e.iterations > 60);
+}
+
+// A walk below a river chance node reads or adds to river strategy sums:
+// evaluations read them (once sums exist), training adds to them when the
+// iteration's river average is due.
+inline bool river_sums_in_use(const SubgameEngine& e) {
+    const bool summing = e.mode != mode_train || e.update_river_average;
+    return summing && sums_allowed(e) && river_strategy_enabled;
 }
 
 // Weight of this iteration's strategy sums.

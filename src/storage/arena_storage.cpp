@@ -8,6 +8,7 @@
 #include "shell/reply.h"
 #include "storage/block_row_code.h"
 #include "storage/memory_blocks.h"
+#include "storage/prefetch.h"
 #include "storage/row_kernels.h"
 #include "storage/value_forms.h"
 
@@ -30,6 +31,13 @@ bool ArenaStorage::open() {
 uint8_t* ArenaStorage::row_start(int group, int row) const {
     if (!block_) return nullptr;
     return block_ + size_t(layout_row(*layout_, group, row).offset) * value_bytes();
+}
+
+void ArenaStorage::prefetch_row(int group, int row) const {
+    const uint8_t* start = row_start(group, row);
+    if (!start) return;
+    const int hands = layout_row(*layout_, group, row).hand_count;
+    prefetch_bytes(start, size_t(row_stride(hands)) * layout_->action_count * value_bytes());
 }
 
 void ArenaStorage::read_defaults_by_hand(float* const* out, int actions, int hands,

@@ -23,6 +23,7 @@ public:
     RowStream* close_group(RowStream* stream, int group, bool modified) override;
 
     virtual int value_bytes() const = 0;
+    void prefetch_row(int group, int row) const override;
 
     bool is_open() const { return opened_; }
 

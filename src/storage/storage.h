@@ -148,6 +148,10 @@ public:
 
     // The locks of a row; null when (group, row) names no row of this store.
     virtual LockRecord* lock_record(int group, int row) = 0;
+
+    // A hint that the row's values will be read soon. Stores whose rows are
+    // not in plain memory ignore it.
+    virtual void prefetch_row(int /*group*/, int /*row*/) const {}
 };
 
 // ---------------------------------------------------------------------------
