@@ -23,20 +23,30 @@ void fill_group_mask(uint16_t* group_mask, const float* reach, const RunoutBoard
     if (!reach) return;
     // One bit per hand, eight hands to a compare, then each small group's
     // word is a shifted read of the bits: no loop over the hands of a group.
+    // The bits are stored and read back as whole 64-bit words: a read that
+    // spans several narrower stores still in flight would wait for them all.
     const int count = static_cast<int>(river.hand_cards.size());
-    uint8_t live[kernel_hand_capacity / 8 + 4] = {};
+    uint64_t live[kernel_hand_capacity / 64 + 2] = {};
     const __m256 smallest = _mm256_set1_ps(smallest_normal_f32);
     int h = 0;
-    for (; h + 8 <= count; h += 8)
-        live[h / 8] = static_cast<uint8_t>(
-            _mm256_movemask_ps(_mm256_cmp_ps(_mm256_loadu_ps(reach + h), smallest, _CMP_GE_OQ)));
-    for (; h < count; ++h)
-        live[h / 8] |= static_cast<uint8_t>(kernel_rules::has_reach(reach[h]) << (h % 8));
+    for (; h + 64 <= count; h += 64) {
+        uint64_t word = 0;
+        for (int k = 0; k < 64; k += 8)
+            word |= uint64_t(_mm256_movemask_ps(_mm256_cmp_ps(_mm256_loadu_ps(reach + h + k), smallest, _CMP_GE_OQ)))
+                    << k;
+        live[h / 64] = word;
+    }
+    if (h < count) {
+        uint64_t word = 0;
+        for (int k = 0; h + k < count; ++k) word |= uint64_t(kernel_rules::has_reach(reach[h + k])) << k;
+        live[h / 64] = word;
+    }
     for (const SmallGroup& group : river.small_groups) {
-        uint32_t bits;
-        std::memcpy(&bits, live + group.first / 8, sizeof bits);
-        bits = (bits >> (group.first % 8)) & ((1u << group.count) - 1);
-        group_mask[group.group] = static_cast<uint16_t>(bits);
+        const int word = group.first / 64;
+        const int shift = group.first % 64;
+        uint64_t bits = live[word] >> shift;
+        if (shift > 64 - small_group_limit) bits |= live[word + 1] << (64 - shift);
+        group_mask[group.group] = static_cast<uint16_t>(bits & ((1u << group.count) - 1));
     }
     for (const LargeGroup& group : river.large_groups) {
         const float* first = reach + group.first;

@@ -36,6 +36,8 @@ constexpr int max_fold_width = 4;
 // strength group, made by fill_group_mask at the first river node of the path:
 // the sweep walks only the hands it marks in small groups and skips groups
 // whose word is 0, so it must cover every hand whose reach may be non-zero.
+// Without a mask (null) the sweep tests every hand's reach itself: cheaper
+// for a lone leaf than making a mask first.
 struct ShowdownList {
     int32_t count = 0;                          // hands in the list
     std::span<const int16_t> strength_groups;   // run lengths, weakest first

@@ -191,9 +191,9 @@ template <int N>
     int first = 0;
     for (size_t g = 0; g < list.strength_groups.size(); ++g) {
         const int length = list.strength_groups[g];
-        const uint16_t word = list.group_mask[g];
+        const uint16_t word = list.group_mask ? list.group_mask[g] : 0;
         const int live_before = sweep.live_count;
-        if (word != 0 && length > small_group_limit) {
+        if (!list.group_mask || (word != 0 && length > small_group_limit)) {
             for (int h = first; h < first + length; ++h) {
                 const V reach = load_lanes<N>(reaches, h);
                 if (reach_lanes(reach)) take_hand<N>(sweep, mul(payoffs, reach), hand_cards[h]);

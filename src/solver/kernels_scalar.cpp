@@ -82,10 +82,10 @@ struct ShowdownSweep {
         int first = 0;
         for (size_t g = 0; g < list.strength_groups.size(); ++g) {
             const int length = list.strength_groups[g];
-            const uint16_t word = list.group_mask[g];
+            const uint16_t word = list.group_mask ? list.group_mask[g] : 0;
             LaneSums<N> group_sum{};
             const int live_before = live_count;
-            if (word != 0 && length > small_group_limit) {
+            if (!list.group_mask || (word != 0 && length > small_group_limit)) {
                 for (int h = first; h < first + length; ++h) {
                     bool live = false;
                     for (int i = 0; i < N; ++i) live |= has_reach(reaches[i][h]);

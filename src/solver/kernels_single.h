@@ -108,8 +108,9 @@ struct FoldHalf {
 // Pass 1: live values payoff * reach into the card deltas of their groups;
 // afterwards every live hand counts as stronger than any hand of the list,
 // `total` and `card_sum` being minus the sums of live values. Groups of at
-// most 16 hands are walked by the bits of their mask word; in larger ones
-// eight reaches are tested at once and only live hands are visited.
+// most 16 hands are walked by the bits of their mask word; in larger ones,
+// and in all of them without a mask, eight reaches are tested at once and
+// only live hands are visited.
 //
 // With a fold reach (a river pair with two reaches), a hand is live when
 // either reach is, and the fold's unscaled sums are gathered in the same walk.
@@ -129,8 +130,9 @@ template <bool with_fold>
     for (size_t g = 0; g < list.strength_groups.size(); ++g) {
         const int length = list.strength_groups[g];
         const int end = first + length;
-        const uint16_t word = list.group_mask[g];
-        if (word == 0) {
+        const bool masked = list.group_mask != nullptr;
+        const uint16_t word = masked ? list.group_mask[g] : 0;
+        if (masked && word == 0) {
             kernel_rules::add_empty_group(sweep.records, sweep.record_count, length);
             first = end;
             continue;
@@ -149,16 +151,19 @@ template <bool with_fold>
             }
             ++live;
         };
-        if (length > small_group_limit) {
+        if (!masked || length > small_group_limit) {
+            // The last block of a group may read the first hands of the next
+            // one, never past the list, and drops their bits.
             int h = first;
-            for (; h + 8 <= end; h += 8) {
+            for (; h < end && h + 8 <= list.count; h += 8) {
                 const __m256 smallest = _mm256_set1_ps(smallest_normal_f32);
                 __m256 live_lanes = _mm256_cmp_ps(_mm256_loadu_ps(reach + h), smallest, _CMP_GE_OQ);
                 if constexpr (with_fold)
                     live_lanes = _mm256_or_ps(live_lanes,
                                               _mm256_cmp_ps(_mm256_loadu_ps(fold_reach + h), smallest, _CMP_GE_OQ));
-                for (uint32_t bits = _mm256_movemask_ps(live_lanes); bits != 0; bits &= bits - 1)
-                    take(h + __builtin_ctz(bits));
+                uint32_t bits = static_cast<uint32_t>(_mm256_movemask_ps(live_lanes));
+                if (end - h < 8) bits &= (1u << (end - h)) - 1;
+                for (; bits != 0; bits &= bits - 1) take(h + __builtin_ctz(bits));
             }
             for (; h < end; ++h)
                 if (has_reach(reach[h]) || (with_fold && has_reach(fold_reach[h]))) take(h);

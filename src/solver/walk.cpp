@@ -77,7 +77,10 @@ void walk_terminal(WalkFrame& f) {
         f.value.resize(count, true);
         bool live;
         if (node.kind == showdown_node) {
-            const ShowdownList list = showdown_list(river_board(e, f.turn, f.river), thread_scratch().group_mask);
+            // A showdown that opens the river (an all-in runout) has no mask
+            // made for it: a lone leaf tests the reach itself.
+            const uint16_t* mask = is_first_of_street(node) ? nullptr : thread_scratch().group_mask;
+            const ShowdownList list = showdown_list(river_board(e, f.turn, f.river), mask);
             live = eval_showdown_1(f.value.data, f.reach.data, list, payoff);
         } else {
             live = eval_fold_1(f.value.data, f.reach.data, count, list_hand_cards(e, f.turn, f.river), payoff);
@@ -93,7 +96,8 @@ void walk_terminal(WalkFrame& f) {
 void walk(WalkFrame& f) {
     SubgameEngine& e = *f.engine;
     TreeNode& node = *f.node;
-    if (node.street == river_street && f.turn >= 0 && f.river >= 0 && is_first_of_street(node)) {
+    if (node.street == river_street && f.turn >= 0 && f.river >= 0 && is_first_of_street(node) &&
+        node.kind == decision_node) {
         // The first river node of a path: every reach below it is this reach
         // times strategies, so a hand dead here is dead on every leaf below.
         ThreadScratch& scratch = thread_scratch();

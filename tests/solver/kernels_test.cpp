@@ -191,25 +191,29 @@ bool run_fold(const EvalKernels& kernels, int width, Outs& outs, const float* co
                       : kernels.fold_n[width](outs.pointers.data(), reaches, count, hand_cards, payoffs);
 }
 
+// With the group mask of the path, and without one, where each hand's reach
+// is tested inside the kernel.
 TEST(EvalKernels, ShowdownsOfEveryWidthMatchPairwiseSums) {
     for (const TestList& test : river_lists()) {
         const int count = static_cast<int>(test.rank.size());
         for (unsigned seed = 1; seed <= 2; ++seed) {
             const Reaches reaches = random_reaches(test, 8, seed);
-            const ShowdownList list = showdown_list(test.board, reaches.mask.data());
             const float payoffs[8] = {1.0f, 2.5f, 0.125f, 40.0f, 3.0f, 7.5f, 0.5f, 1000.0f};
             std::vector<Pairwise> want;
             for (int leaf = 0; leaf < 8; ++leaf)
                 want.push_back(pairwise(test, reaches.leaves[leaf].data(), payoffs[leaf], true));
-            for (const KernelSet& set : runnable_sets()) {
-                for (const int width : showdown_widths) {
-                    Outs outs(width, count);
-                    const auto pointers = reach_pointers(reaches, 0, width);
-                    EXPECT_TRUE(run_showdown(*set.kernels, width, outs, pointers.data(), list, payoffs));
-                    for (int lane = 0; lane < width; ++lane)
-                        expect_close(outs.values(lane, count), want[lane],
-                                     test.name + " " + set.name + " width " + std::to_string(width) + " lane " +
-                                         std::to_string(lane));
+            for (const bool masked : {true, false}) {
+                const ShowdownList list = showdown_list(test.board, masked ? reaches.mask.data() : nullptr);
+                for (const KernelSet& set : runnable_sets()) {
+                    for (const int width : showdown_widths) {
+                        Outs outs(width, count);
+                        const auto pointers = reach_pointers(reaches, 0, width);
+                        EXPECT_TRUE(run_showdown(*set.kernels, width, outs, pointers.data(), list, payoffs));
+                        for (int lane = 0; lane < width; ++lane)
+                            expect_close(outs.values(lane, count), want[lane],
+                                         test.name + " " + set.name + (masked ? " masked" : " unmasked") +
+                                             " width " + std::to_string(width) + " lane " + std::to_string(lane));
+                    }
                 }
             }
         }
