@@ -118,6 +118,26 @@ void walk_rivers_in_line(WalkFrame& f) {
     close_river_rows(e, *f.node, f.turn, regrets_modified, sums_modified, rows);
 }
 
+// An all-in showdown that opens the river, played out over every river card
+// at once from the turn board's runout table, when it has one. A capture
+// walks the river cards, since it may ask for one of them.
+const RunoutBoard* runout_board(const WalkFrame& f) {
+    if (f.node->kind != showdown_node || f.engine->mode == mode_capture) return nullptr;
+    const RunoutBoard& turn = turn_board(*f.engine, f.turn);
+    return turn.runout_wins.empty() ? nullptr : &turn;
+}
+
+void walk_runout(WalkFrame& f, const RunoutBoard& turn) {
+    const SubgameEngine& e = *f.engine;
+    const int count = f.reach.count;
+    const float payoff = terminal_payoff(e, *f.node);
+    if (payoff != 0.0f) {
+        f.value.resize(count, true);
+        if (!eval_runout(f.value.data, f.reach.data, count, turn.runout_wins.data(), payoff)) f.value.set_zero(count);
+    }
+    if (e.mode == mode_evaluate) f.best = f.value.clone(true);
+}
+
 // A capture that names no card below this position takes the cached values.
 bool capture_uses_cache(const SubgameEngine& e, bool river_position) {
     if (e.mode != mode_capture || !e.capture_request || !e.capture_request->node) return false;
@@ -180,7 +200,11 @@ void walk_river_chance(WalkFrame& f) {
     if (evaluating) f.best.set_zero(count);
     const bool walked = f.reach.data || e.mode == mode_capture;
     if (walked) {
-        if (first_street < turn_street) {
+        if (const RunoutBoard* turn = runout_board(f)) {
+            // A turn tree's descent only queues tasks, and this needs none:
+            // the ascent, with the same reach, does the work.
+            if (first_street < turn_street || e.phase == phase_ascent) walk_runout(f, *turn);
+        } else if (first_street < turn_street) {
             walk_rivers_in_line(f);
         } else if (e.phase == phase_descent) {
             int only_river = -1;

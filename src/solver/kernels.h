@@ -91,6 +91,14 @@ bool eval_river_pair_2(float* out_showdown, float* out_fold, const float* reach_
                        const float* reach_fold, const ShowdownList& list, float payoff_showdown,
                        float payoff_fold);
 
+// ---- An all-in showdown over every river card of a turn ---------------------
+// `wins` is the turn board's runout table (RunoutBoard::runout_wins) and
+// `reach` the opponent's reach over the turn list: each hand's value is the
+// sum over live opposing hands of payoff times reach times the table's entry,
+// that is the sum of the showdowns on every river card, before the chance
+// factor. Returns false (all zeros) when no opposing hand has reach.
+bool eval_runout(float* out, const float* reach, int count, const int8_t* wins, float payoff);
+
 // ---- Batches of leaves of one river card (RiverBatch) ----------------------
 // Takes the leaves from the front in blocks of the widest kernel that fits the
 // remaining count and `level` (showdown: 8 down to 2, else 1; fold: 4, 3, 2,
@@ -116,6 +124,7 @@ struct EvalKernels {
                                                 const float*);
     bool (*river_pair)(float*, float*, const float*, const ShowdownList&, float, float);
     bool (*river_pair_2)(float*, float*, const float*, const float*, const ShowdownList&, float, float);
+    bool (*runout)(float*, const float*, int, const int8_t*, float);
 };
 
 extern const EvalKernels scalar_eval_kernels;

@@ -7,6 +7,7 @@
 #include <cmath>
 
 #include "solver/kernels_lanes.h"
+#include "solver/kernels_runout.h"
 #include "solver/kernels_single_entries.h"
 
 using namespace kernel_lanes;
@@ -115,6 +116,10 @@ template <int N>
                                        payoff_fold);
 }
 
+[[gnu::target("avx2,fma")]] bool runout(float* out, const float* reach, int count, const int8_t* wins, float payoff) {
+    return kernel_runout::runout_body(out, reach, count, wins, payoff);
+}
+
 }  // namespace
 
 const EvalKernels avx2_eval_kernels = {
@@ -125,4 +130,5 @@ const EvalKernels avx2_eval_kernels = {
      showdown_n<8>},
     river_pair,
     river_pair_2,
+    runout,
 };

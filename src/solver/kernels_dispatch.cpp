@@ -78,6 +78,10 @@ bool eval_river_pair_2(float* out_showdown, float* out_fold, const float* reach_
                                 payoff_fold);
 }
 
+bool eval_runout(float* out, const float* reach, int count, const int8_t* wins, float payoff) {
+    return current().runout(out, reach, count, wins, payoff);
+}
+
 void eval_showdown_batch(float* const* outs, const float* const* reaches, const float* payoffs, int leaves,
                          const ShowdownList& list, bool* nonzero, int level) {
     const EvalKernels& kernels = current();

@@ -214,6 +214,21 @@ bool river_pair(float* out_showdown, float* out_fold, const float* reach, const 
     return river_pair_lanes(out_showdown, out_fold, reach, reach, list, payoff_showdown, payoff_fold);
 }
 
+// The runout: each live opposing hand adds its row of the table.
+bool runout(float* out, const float* reach, int count, const int8_t* wins, float payoff) {
+    if (!reach) return fill_zeros(out, count);
+    fill_zeros(out, count);
+    bool live = false;
+    for (int o = 0; o < count; ++o) {
+        if (!has_reach(reach[o])) continue;
+        live = true;
+        const float value = payoff * reach[o];
+        const int8_t* row = wins + static_cast<size_t>(o) * count;
+        for (int x = 0; x < count; ++x) out[x] += value * static_cast<float>(row[x]);
+    }
+    return live;
+}
+
 }  // namespace
 
 const EvalKernels scalar_eval_kernels = {
@@ -224,4 +239,5 @@ const EvalKernels scalar_eval_kernels = {
      showdown_lanes<7>, showdown_lanes<8>},
     river_pair,
     river_pair_lanes,
+    runout,
 };

@@ -61,6 +61,11 @@ struct RunoutBoard {
     std::vector<RunoutBoard> rivers;
     std::vector<int32_t> river_hand_counts;
     CardIndexTable river_of_card{};  // Card -> index in rivers, -1 when not stored
+    // Runout table, when the tree has showdowns that open the river: entry
+    // [o * count + x], over every real river card that neither hand holds, the
+    // rivers on which hand x beats hand o less those on which it loses (0 for
+    // hands that share a card). Empty when not made.
+    std::vector<int8_t> runout_wins;
 
     // River boards.
     std::vector<int16_t> strength_groups;  // lengths of the runs of equal strength
@@ -107,6 +112,10 @@ std::unique_ptr<RootBoard> make_boards(CardMask flop, Card turn, Card river, boo
 // Fills every list of the tree of boards from the working ranges: 1326 weights
 // each, in ComboSlot order. Turn boards are built in parallel, four threads.
 void SetHoles(RootBoard& root, const double* weights_oop, const double* weights_ip);
+
+// Makes the runout table of every turn board, once its lists are built. A
+// board whose rivers' image tables lack some image gets none.
+void build_runout_tables(RootBoard& root);
 
 // The list, strengths and image tables of one runout board, from its parent's
 // list; used by build_turn and build_river.

@@ -61,6 +61,14 @@ void make_nodes(SubgameEngine& e, const std::vector<LineRecord>& records) {
     reply("#actions max %d avg %.2g\n", e.max_actions, e.avg_actions);
 }
 
+// A showdown whose parent bets on an earlier street: an all-in before the
+// river, played out over the river cards.
+bool has_river_runouts(const SubgameEngine& e) {
+    return std::any_of(e.nodes.begin(), e.nodes.end(), [](const TreeNode& node) {
+        return node.kind == showdown_node && is_first_of_street(node);
+    });
+}
+
 // The hands of the deepest board the tree starts on.
 const std::vector<CardMask>& root_hands(const SubgameEngine& e) {
     const RootBoard& root = *e.root_board;
@@ -97,6 +105,7 @@ void make_boards_and_hands(SubgameEngine& e, const BoardCards& cards, bool isomo
     }
     e.root_board = make_boards(flop, single_card(turn_mask), single_card(river_mask), isomorphic);
     SetHoles(*e.root_board, working[0].data(), working[1].data());
+    if (river < 0 && has_river_runouts(e)) build_runout_tables(*e.root_board);
     if (turn >= 0) {
         e.root_turn_group = e.root_board->turn_of_card[single_card(turn_mask)];
         if (river >= 0)

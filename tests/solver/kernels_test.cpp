@@ -444,4 +444,52 @@ TEST(EvalKernels, BatchesGiveTheSameValuesAtEveryLevel) {
     avx512_enabled = saved_avx512;
 }
 
+// The runout over a real turn list: each set against the table's rows summed
+// in double over the live opposing hands, and a reach with no live hand.
+TEST(EvalKernels, RunoutsSumTheTableRowsOfLiveHands) {
+    prepare_tables();
+    const RangeVector range = class_range(5, 0.4);
+    auto root = make_boards(parse_cards("4c8dJh"), card_of("2s"), -1, false);
+    SetHoles(*root, range.data(), range.data());
+    build_runout_tables(*root);
+    const RunoutBoard& turn = root->turns[0];
+    const int count = static_cast<int>(turn.hands.size());
+    ASSERT_GT(count % 8, 0) << "the list should leave a vector tail";
+    std::mt19937 random(9);
+    std::uniform_real_distribution<float> unit(0.0f, 1.0f);
+    std::vector<float> reach(count);
+    for (float& r : reach) r = unit(random) < 0.3f ? (unit(random) < 0.5f ? 0.0f : 1e-39f) : unit(random);
+    const float payoff = 37.5f;
+    const std::vector<float> dead(count, 0.0f);
+    // Live hands are taken four at a time: each pass takes one more away, so
+    // every remainder comes up.
+    for (int pass = 0; pass < 4; ++pass) {
+        *std::find_if(reach.begin(), reach.end(), [](float r) { return r > 0.01f; }) = 0.0f;
+        std::vector<double> want(count, 0.0);
+        double magnitude = 0;
+        for (int o = 0; o < count; ++o) {
+            if (reach[o] < std::numeric_limits<float>::min()) continue;
+            for (int x = 0; x < count; ++x) {
+                const double term = double(payoff) * reach[o] * turn.runout_wins[size_t(o) * count + x];
+                want[x] += term;
+                magnitude += std::fabs(term);
+            }
+        }
+        for (const KernelSet& set : runnable_sets()) {
+            Outs outs(1, count);
+            EXPECT_TRUE(set.kernels->runout(outs.pointers[0], reach.data(), count, turn.runout_wins.data(), payoff));
+            const std::vector<float> got = outs.values(0, count);
+            for (int x = 0; x < count; ++x)
+                ASSERT_NEAR(got[x], want[x], 1e-5 * magnitude) << set.name << " pass " << pass << " hand " << x;
+        }
+    }
+    for (const KernelSet& set : runnable_sets()) {
+        for (const float* none : {dead.data(), static_cast<const float*>(nullptr)}) {
+            Outs zeros(1, count);
+            EXPECT_FALSE(set.kernels->runout(zeros.pointers[0], none, count, turn.runout_wins.data(), payoff));
+            EXPECT_EQ(zeros.values(0, count), dead) << set.name;
+        }
+    }
+}
+
 }  // namespace

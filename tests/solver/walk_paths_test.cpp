@@ -7,6 +7,7 @@
 #include "solver/solver_driver.h"
 #include "solver/walk.h"
 #include "solver_test_support.h"
+#include "tree/boards.h"
 
 namespace {
 
@@ -38,6 +39,39 @@ TEST(WalkPaths, FlopWithAndWithoutIsomorphismAgree) {
     // The game is far from solved after eight iterations: agreement is not
     // a matter of both being near the equilibrium.
     EXPECT_GT(folded.exploitable, 0.5);
+}
+
+// All-in showdowns before the river: played out from the turn boards' runout
+// tables, or without them card by card through the river chance nodes. In a
+// flop tree they run inside the turn tasks, in a turn tree in the ascent.
+SolverProgressRecord solve_with_runouts(const TestGame& game, bool tables, int iterations) {
+    build_test_game(game);
+    bool any_table = false;
+    for (RunoutBoard& turn : engine->root_board->turns) {
+        any_table |= !turn.runout_wins.empty();
+        if (!tables) turn.runout_wins.clear();
+    }
+    EXPECT_TRUE(any_table) << "the game should have all-in lines before the river";
+    open_all_storage(*engine);
+    for (int i = 0; i < iterations; ++i) run_iteration(*engine);
+    const SolverProgressRecord results = calc_results_now();
+    destroy_engine();
+    return results;
+}
+
+TEST(WalkPaths, RunoutTablesAgreeWithWalkingTheRiverCards) {
+    prepare_solver_tables();
+    threads = 2;
+    // Past iteration 60 the turn game's results read strategy sums too.
+    for (const auto& [game, iterations] : {std::pair{turn_game(), 64}, std::pair{flop_game(), 12}}) {
+        const SolverProgressRecord folded = solve_with_runouts(game, true, iterations);
+        const SolverProgressRecord walked = solve_with_runouts(game, false, iterations);
+        SCOPED_TRACE(game.turn.empty() ? "flop game" : "turn game");
+        EXPECT_NEAR(folded.ev_oop, walked.ev_oop, 0.01);
+        EXPECT_NEAR(folded.ev_ip, walked.ev_ip, 0.01);
+        EXPECT_NEAR(folded.mes_oop, walked.mes_oop, 0.01);
+        EXPECT_NEAR(folded.mes_ip, walked.mes_ip, 0.01);
+    }
 }
 
 struct CapturedRoot {

@@ -1,0 +1,78 @@
+// The runout tables against their definition, counted card by card with the
+// hand evaluator: over every river card that neither hand holds, the rivers
+// one hand wins less those it loses, and nothing for hands that share a card.
+#include <gtest/gtest.h>
+
+#include "tree/board_test_support.h"
+#include "tree/boards.h"
+#include "tree/isomorphism.h"
+
+namespace {
+
+class RunoutTables : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() { prepare_tables(); }
+};
+
+int counted_wins(CardMask board, CardMask hand, CardMask opponent) {
+    if (hand & opponent) return 0;
+    const LaneMask lanes = lane_mask_of(board);
+    int wins = 0;
+    for (Card river = 0; river < 52; ++river) {
+        const CardMask card = card_bit(river);
+        if ((board | hand | opponent) & card) continue;
+        const HandValue mine = hand_value_7(lanes | lane_mask_of(card | hand));
+        const HandValue theirs = hand_value_7(lanes | lane_mask_of(card | opponent));
+        wins += (mine > theirs) - (mine < theirs);
+    }
+    return wins;
+}
+
+void expect_table_counts(const RunoutBoard& turn) {
+    const size_t count = turn.hands.size();
+    ASSERT_EQ(turn.runout_wins.size(), count * count);
+    for (size_t o = 0; o < count; ++o)
+        for (size_t x = 0; x < count; ++x)
+            ASSERT_EQ(turn.runout_wins[o * count + x], counted_wins(turn.mask, turn.hands[x], turn.hands[o]))
+                << "turn card " << turn.card << ", hands " << x << " against " << o;
+}
+
+// Stored river cards stand for up to four real ones under suit isomorphism;
+// the table must count every real card all the same.
+TEST_F(RunoutTables, CountEveryRealRiverWithAndWithoutIsomorphism) {
+    const RangeVector oop = class_range(11, 0.85);
+    const RangeVector ip = class_range(12, 0.85);
+    for (const bool isomorphic : {true, false}) {
+        // The boards of an isomorphic tree are kept in canonical suits.
+        CardMask flop = parse_cards("Qs Jh 2h"), no_turn = 0, no_river = 0;
+        SuitOrder order = identity_suit_order();
+        if (isomorphic) canonical_suits(order, flop, no_turn, no_river);
+        auto root = make_boards(flop, -1, -1, isomorphic);
+        SetHoles(*root, oop.data(), ip.data());
+        build_runout_tables(*root);
+        // Turns of a suit the flop lacks (stored once for two suits under
+        // isomorphism), turns that pair the board, third hearts.
+        for (const char* card : {"5c", "5d", "Qc", "9h"}) {
+            const int turn = root->turn_of_card[order_card(card_of(card), order)];
+            if (turn < 0) continue;  // stored as its image
+            SCOPED_TRACE(std::string(card) + (isomorphic ? " isomorphic" : " plain"));
+            expect_table_counts(root->turns[turn]);
+        }
+    }
+}
+
+// A turn tree's one stored turn, whose river cards are all stored.
+TEST_F(RunoutTables, CountTheRiversOfAFixedTurn) {
+    const RangeVector oop = class_range(13, 0.8);
+    const RangeVector ip = class_range(14, 0.8);
+    CardMask flop = parse_cards("7c 7d 2s"), turn = parse_cards("Ks"), no_river = 0;
+    SuitOrder order = identity_suit_order();
+    canonical_suits(order, flop, turn, no_river);
+    auto root = make_boards(flop, __builtin_ctzll(turn), -1, true);
+    SetHoles(*root, oop.data(), ip.data());
+    build_runout_tables(*root);
+    ASSERT_EQ(root->turns.size(), 1u);
+    expect_table_counts(root->turns[0]);
+}
+
+}  // namespace
