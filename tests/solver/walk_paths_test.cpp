@@ -11,16 +11,28 @@
 
 namespace {
 
-SolverProgressRecord solve_flop(bool isomorphic, int thread_count, int iterations) {
-    isomorphism_by_street[flop_street] = isomorphic;
-    threads = thread_count;
-    build_test_game(flop_game());
-    EXPECT_EQ((engine->flags & isomorphism_on_flag) != 0, isomorphic);
+// Trains the built game and gives its results; the tree goes afterwards.
+SolverProgressRecord train_and_evaluate(int iterations) {
     open_all_storage(*engine);
     for (int i = 0; i < iterations; ++i) run_iteration(*engine);
     const SolverProgressRecord results = calc_results_now();
     destroy_engine();
     return results;
+}
+
+void expect_same_results(const SolverProgressRecord& a, const SolverProgressRecord& b, double tolerance) {
+    EXPECT_NEAR(a.ev_oop, b.ev_oop, tolerance);
+    EXPECT_NEAR(a.ev_ip, b.ev_ip, tolerance);
+    EXPECT_NEAR(a.mes_oop, b.mes_oop, tolerance);
+    EXPECT_NEAR(a.mes_ip, b.mes_ip, tolerance);
+}
+
+SolverProgressRecord solve_flop(bool isomorphic, int thread_count, int iterations) {
+    isomorphism_by_street[flop_street] = isomorphic;
+    threads = thread_count;
+    build_test_game(flop_game());
+    EXPECT_EQ((engine->flags & isomorphism_on_flag) != 0, isomorphic);
+    return train_and_evaluate(iterations);
 }
 
 TEST(WalkPaths, FlopWithAndWithoutIsomorphismAgree) {
@@ -31,10 +43,7 @@ TEST(WalkPaths, FlopWithAndWithoutIsomorphismAgree) {
     const SolverProgressRecord plain = solve_flop(false, 2, 8);
     isomorphism_by_street[flop_street] = true;
     threads = 2;
-    EXPECT_NEAR(folded.ev_oop, plain.ev_oop, 0.02);
-    EXPECT_NEAR(folded.ev_ip, plain.ev_ip, 0.02);
-    EXPECT_NEAR(folded.mes_oop, plain.mes_oop, 0.02);
-    EXPECT_NEAR(folded.mes_ip, plain.mes_ip, 0.02);
+    expect_same_results(folded, plain, 0.02);
     EXPECT_NEAR(folded.ev_oop + folded.ev_ip, 0.0, 0.01);
     // The game is far from solved after eight iterations: agreement is not
     // a matter of both being near the equilibrium.
@@ -52,11 +61,7 @@ SolverProgressRecord solve_with_runouts(const TestGame& game, bool tables, int i
         if (!tables) turn.runout_wins.clear();
     }
     EXPECT_TRUE(any_table) << "the game should have all-in lines before the river";
-    open_all_storage(*engine);
-    for (int i = 0; i < iterations; ++i) run_iteration(*engine);
-    const SolverProgressRecord results = calc_results_now();
-    destroy_engine();
-    return results;
+    return train_and_evaluate(iterations);
 }
 
 TEST(WalkPaths, RunoutTablesAgreeWithWalkingTheRiverCards) {
@@ -67,10 +72,7 @@ TEST(WalkPaths, RunoutTablesAgreeWithWalkingTheRiverCards) {
         const SolverProgressRecord folded = solve_with_runouts(game, true, iterations);
         const SolverProgressRecord walked = solve_with_runouts(game, false, iterations);
         SCOPED_TRACE(game.turn.empty() ? "flop game" : "turn game");
-        EXPECT_NEAR(folded.ev_oop, walked.ev_oop, 0.01);
-        EXPECT_NEAR(folded.ev_ip, walked.ev_ip, 0.01);
-        EXPECT_NEAR(folded.mes_oop, walked.mes_oop, 0.01);
-        EXPECT_NEAR(folded.mes_ip, walked.mes_ip, 0.01);
+        expect_same_results(folded, walked, 0.01);
     }
 }
 
