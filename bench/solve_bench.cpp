@@ -1,7 +1,9 @@
 // Solves one benchmark spot to an exploitability target and prints what it
 // took: build seconds (and the first opening of the stores apart), iterations,
 // solving seconds, time per iteration, the exploitability reached, the check
-// that both players' values add up to the pot, and the peak resident memory.
+// that both players' values add up to the pot, the smaller of the two players'
+// gains from a best response (MES - EV, never below 0 but for rounding), and
+// the peak resident memory.
 //
 //   solve_bench <spot file> [--threads N] [--target CHIPS] [--max-iterations N] [--repeat K]
 //               [--compression LEVEL]
@@ -51,6 +53,7 @@ struct Run {
     double exploitable = 0;
     double ev_oop = 0;
     double ev_ip = 0;
+    double least_gain = 0;  // the smaller of the two players' MES - EV
     int64_t peak_bytes = 0;
     int64_t storage_bytes = 0;
 };
@@ -120,6 +123,7 @@ Run solve_once(const Options& options, const std::vector<std::string>& lines) {
         run.exploitable = results.exploitable;
         run.ev_oop = results.ev_oop;
         run.ev_ip = results.ev_ip;
+        run.least_gain = std::min(results.mes_oop - results.ev_oop, results.mes_ip - results.ev_ip);
         if (run.exploitable <= options.target) break;
     }
     run.peak_bytes = peak_resident_bytes();
@@ -130,10 +134,12 @@ Run solve_once(const Options& options, const std::vector<std::string>& lines) {
 void print_run(const char* label, const Run& run) {
     const double half_pot = pot / 2;
     std::printf("%-7s build %.3f s + open %.3f s | %d iterations | solve %.3f s | %.3f ms/iteration | "
-                "exploitable %.4f chips | EV OOP + EV IP - pot %+.4f | storage %.1f MB | peak RSS %lld MB\n",
+                "exploitable %.4f chips | EV OOP + EV IP - pot %+.4f | MES - EV at least %+.4f | storage %.1f MB | "
+                "peak RSS %lld MB\n",
                 label, run.build_seconds, run.open_seconds, run.iterations, run.solve_seconds,
                 run.iterations ? 1000.0 * run.solve_seconds / run.iterations : 0.0, run.exploitable,
-                (run.ev_oop + half_pot) + (run.ev_ip + half_pot) - pot, static_cast<double>(run.storage_bytes) / (1 << 20),
+                (run.ev_oop + half_pot) + (run.ev_ip + half_pot) - pot, run.least_gain,
+                static_cast<double>(run.storage_bytes) / (1 << 20),
                 static_cast<long long>(run.peak_bytes >> 20));
     std::fflush(stdout);
 }
@@ -173,6 +179,7 @@ int main(int argc, char** argv) {
         median.exploitable = median_of(runs, [](const Run& r) { return r.exploitable; });
         median.ev_oop = median_of(runs, [](const Run& r) { return r.ev_oop; });
         median.ev_ip = median_of(runs, [](const Run& r) { return r.ev_ip; });
+        median.least_gain = median_of(runs, [](const Run& r) { return r.least_gain; });
         median.storage_bytes = static_cast<int64_t>(median_of(runs, [](const Run& r) { return double(r.storage_bytes); }));
         median.peak_bytes = static_cast<int64_t>(median_of(runs, [](const Run& r) { return double(r.peak_bytes); }));
         print_run("median", median);
