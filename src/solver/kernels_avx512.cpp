@@ -1,17 +1,14 @@
 // The evaluation kernels for processors with AVX-512 (F, VL, BW, DQ), used
-// when enable_avx512 is on. Single-leaf values are written sixteen hands at a
-// time under a lane mask, so a small strength group is one masked step and no
-// run needs a scalar tail. The wide kernels are the shared lane code compiled
-// for this target.
+// when enable_avx512 is on: the shared bodies of kernels_set.h compiled for
+// this target. Single-leaf values are written sixteen hands at a time under a
+// lane mask, so a small strength group is one masked step and no run needs a
+// scalar tail.
 #include <immintrin.h>
 
 #include <cmath>
 
-#include "solver/kernels_lanes.h"
-#include "solver/kernels_runout.h"
-#include "solver/kernels_single_entries.h"
+#include "solver/kernels_single.h"
 
-using namespace kernel_lanes;
 using namespace kernel_single;
 using kernel_rules::fill_zeros;
 
@@ -61,76 +58,11 @@ namespace {
     }
 }
 
-// Pass 2 of a single leaf: record by record, the live hands step up to a tie,
-// the list hands take their values, and the live hands step up to a win.
-[[gnu::target("avx512f,avx512vl,avx512bw,avx512dq,avx2,fma")]] void run_single(SingleSweep& sweep,
-                                                                               const uint16_t* hand_cards,
-                                                                               float* out) {
-    int h = 0;
-    int delta = 0;
-    for (int r = 0; r < sweep.record_count; ++r) {
-        const kernel_rules::SweepRecord record = sweep.records[r];
-        if (record.live) raise_record(sweep, delta);
-        write_others(out, hand_cards, h, h + record.hands, sweep.card_sum, sweep.total);
-        h += record.hands;
-        if (record.live) raise_record(sweep, delta++);
-    }
-}
-
-// Pass 2's writers of this instruction set, for the shared single-leaf bodies.
-struct Writers {
-    [[gnu::always_inline]] static void run_single(SingleSweep& sweep, const uint16_t* hand_cards, float* out) {
-        ::run_single(sweep, hand_cards, out);
-    }
-    [[gnu::always_inline]] static void write_fold(float* out, const float* reach, int count, const uint16_t* hand_cards,
-                           const float* card_sum, float total, float payoff) {
-        ::write_fold(out, reach, count, hand_cards, card_sum, total, payoff);
-    }
-};
-
-[[gnu::target("avx512f,avx512vl,avx512bw,avx512dq,avx2,fma")]] bool fold_1(float* out, const float* reach, int count, const uint16_t* hand_cards, float payoff) {
-    return fold_1_entry<Writers>(out, reach, count, hand_cards, payoff);
-}
-
-template <int N>
-[[gnu::target("avx512f,avx512vl,avx512bw,avx512dq,avx2,fma")]] bool fold_n(float* const* outs, const float* const* reaches, int count, const uint16_t* hand_cards,
-                const float* payoffs) {
-    return fold_lanes<N>(outs, reaches, count, hand_cards, payoffs);
-}
-
-[[gnu::target("avx512f,avx512vl,avx512bw,avx512dq,avx2,fma")]] bool showdown_1(float* out, const float* reach, const ShowdownList& list, float payoff) {
-    return showdown_1_entry<Writers>(out, reach, list, payoff);
-}
-
-template <int N>
-[[gnu::target("avx512f,avx512vl,avx512bw,avx512dq,avx2,fma")]] bool showdown_n(float* const* outs, const float* const* reaches, const ShowdownList& list, const float* payoffs) {
-    return showdown_lanes<N>(outs, reaches, list, payoffs);
-}
-
-[[gnu::target("avx512f,avx512vl,avx512bw,avx512dq,avx2,fma")]] bool river_pair(float* out_showdown, float* out_fold, const float* reach, const ShowdownList& list,
-                    float payoff_showdown, float payoff_fold) {
-    return river_pair_entry<Writers>(out_showdown, out_fold, reach, list, payoff_showdown, payoff_fold);
-}
-
-[[gnu::target("avx512f,avx512vl,avx512bw,avx512dq,avx2,fma")]] bool river_pair_2(float* out_showdown, float* out_fold, const float* reach_showdown, const float* reach_fold,
-                      const ShowdownList& list, float payoff_showdown, float payoff_fold) {
-    return river_pair_2_entry<Writers>(out_showdown, out_fold, reach_showdown, reach_fold, list, payoff_showdown,
-                                       payoff_fold);
-}
-
-[[gnu::target("avx512f,avx512vl,avx512bw,avx512dq,avx2,fma")]] bool runout(float* out, const float* reach, int count, const int8_t* wins, float payoff) {
-    return kernel_runout::runout_body(out, reach, count, wins, payoff);
-}
-
 }  // namespace
 
-const EvalKernels avx512_eval_kernels = {
-    fold_1,
-    {nullptr, nullptr, fold_n<2>, fold_n<3>, fold_n<4>},
-    showdown_1,
-    {nullptr, nullptr, showdown_n<2>, showdown_n<3>, showdown_n<4>, showdown_n<5>, showdown_n<6>, showdown_n<7>,
-     showdown_n<8>},
-    river_pair,
-    river_pair_2,
-    runout,
-};
+#pragma GCC push_options
+#pragma GCC target("avx512f,avx512vl,avx512bw,avx512dq,avx2,fma")
+#include "solver/kernels_set.h"
+#pragma GCC pop_options
+
+const EvalKernels avx512_eval_kernels = kernel_set::table;
