@@ -95,13 +95,14 @@ StrategyRows read_strategy_rows(int node_index, Card turn, Card river) {
     // Compressed river rows live in a stream shared by the river subtree of
     // this turn card; they are expanded for the read and dropped unchanged.
     const bool streamed = node.street == river_street && node.regrets;
-    const TreeNode& first = first_of_street(node);
+    RiverNodes subtree;
+    if (streamed) collect_river_nodes(e, first_of_street(node), subtree);
     OpenRiverRows open;
-    if (streamed) open_river_rows(e, first, rows.board.turn_index, reads_average(e, node), open);
+    if (streamed) open_river_rows(subtree, rows.board.turn_index, reads_average(e, node), open);
     read_node_rows(e, node, rows);
     if (streamed) {
         const bool unchanged[2] = {false, false};
-        close_river_rows(e, first, rows.board.turn_index, unchanged, unchanged, open);
+        close_river_rows(subtree, rows.board.turn_index, unchanged, unchanged, open);
     }
     return rows;
 }

@@ -83,15 +83,16 @@ void walk_rivers_in_line(WalkFrame& f) {
     const bool summing = !training || (sums_allowed(e) && e.update_river_average);
     const bool with_sums = river_sums_in_use(e);
 
+    // No walk below here comes back to this function: one list per thread.
+    thread_local RiverNodes below;
+    collect_river_nodes(e, *f.node, below);
     OpenRiverRows rows;
-    open_river_rows(e, *f.node, f.turn, with_sums, rows);
+    open_river_rows(below, f.turn, with_sums, rows);
     int only_river = -1;
     if (e.mode == mode_capture && e.capture_request && e.capture_request->river >= 0)
         only_river = e.capture_request->river;
     // While one river card is walked, the rows and tables of the next are on
-    // their way. (No walk below here comes back to this function.)
-    thread_local std::vector<const TreeNode*> below;
-    collect_river_nodes(e, *f.node, below);
+    // their way.
     const auto prefetch = [&](int r) {
         prefetch_river_board(turn.rivers[r]);
         prefetch_river_rows(e, below, f.turn, r, with_sums);
@@ -115,7 +116,7 @@ void walk_rivers_in_line(WalkFrame& f) {
     }
     const bool regrets_modified[2] = {training && e.traverser == 0, training && e.traverser == 1};
     const bool sums_modified[2] = {training && summing && e.traverser == 1, training && summing && e.traverser == 0};
-    close_river_rows(e, *f.node, f.turn, regrets_modified, sums_modified, rows);
+    close_river_rows(below, f.turn, regrets_modified, sums_modified, rows);
 }
 
 // An all-in showdown that opens the river, played out over every river card

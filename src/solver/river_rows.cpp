@@ -4,7 +4,7 @@
 
 #include "solver/walk.h"
 
-void collect_river_nodes(const SubgameEngine& e, const TreeNode& first, std::vector<const TreeNode*>& nodes) {
+void collect_river_nodes(const SubgameEngine& e, const TreeNode& first, RiverNodes& nodes) {
     thread_local std::vector<const TreeNode*> stack;
     nodes.clear();
     stack.clear();
@@ -19,8 +19,7 @@ void collect_river_nodes(const SubgameEngine& e, const TreeNode& first, std::vec
     }
 }
 
-void prefetch_river_rows(const SubgameEngine& e, const std::vector<const TreeNode*>& nodes, int turn, int river,
-                         bool with_sums) {
+void prefetch_river_rows(const SubgameEngine& e, const RiverNodes& nodes, int turn, int river, bool with_sums) {
     const bool training = e.mode == mode_train;
     for (const TreeNode* node : nodes) {
         if (node->regrets) node->regrets->prefetch_row(turn, river);
@@ -31,14 +30,7 @@ void prefetch_river_rows(const SubgameEngine& e, const std::vector<const TreeNod
 
 namespace {
 
-// Kept per thread, so the lists allocate only once.
-const std::vector<const TreeNode*>& river_nodes(const SubgameEngine& e, const TreeNode& first) {
-    thread_local std::vector<const TreeNode*> nodes;
-    collect_river_nodes(e, first, nodes);
-    return nodes;
-}
-
-int64_t reserve_values(const std::vector<const TreeNode*>& nodes, int player, int turn, bool sums) {
+int64_t reserve_values(const RiverNodes& nodes, int player, int turn, bool sums) {
     int64_t values = 0;
     for (const TreeNode* node : nodes) {
         const Storage* store = sums ? node->strategy_sums.get() : node->regrets.get();
@@ -47,7 +39,7 @@ int64_t reserve_values(const std::vector<const TreeNode*>& nodes, int player, in
     return values;
 }
 
-RowStream* open_chain(const std::vector<const TreeNode*>& nodes, int player, int turn, bool sums) {
+RowStream* open_chain(const RiverNodes& nodes, int player, int turn, bool sums) {
     const int64_t reserve = reserve_values(nodes, player, turn, sums);
     RowStream* stream = nullptr;
     for (const TreeNode* node : nodes) {
@@ -57,7 +49,7 @@ RowStream* open_chain(const std::vector<const TreeNode*>& nodes, int player, int
     return stream;
 }
 
-void close_chain(const std::vector<const TreeNode*>& nodes, int player, int turn, bool sums, bool modified) {
+void close_chain(const RiverNodes& nodes, int player, int turn, bool sums, bool modified) {
     RowStream* stream = nullptr;
     for (const TreeNode* node : nodes) {
         Storage* store = sums ? node->strategy_sums.get() : node->regrets.get();
@@ -68,8 +60,7 @@ void close_chain(const std::vector<const TreeNode*>& nodes, int player, int turn
 
 }  // namespace
 
-void open_river_rows(const SubgameEngine& e, const TreeNode& first, int turn, bool with_sums, OpenRiverRows& rows) {
-    const std::vector<const TreeNode*>& nodes = river_nodes(e, first);
+void open_river_rows(const RiverNodes& nodes, int turn, bool with_sums, OpenRiverRows& rows) {
     rows.sums_open = with_sums;
     for (int player = 0; player < 2; ++player) {
         rows.regret_streams[player] = open_chain(nodes, player, turn, false);
@@ -87,9 +78,8 @@ void open_river_rows(const SubgameEngine& e, const TreeNode& first, int turn, bo
     }
 }
 
-void close_river_rows(const SubgameEngine& e, const TreeNode& first, int turn, const bool regrets_modified[2],
-                      const bool sums_modified[2], OpenRiverRows& rows) {
-    const std::vector<const TreeNode*>& nodes = river_nodes(e, first);
+void close_river_rows(const RiverNodes& nodes, int turn, const bool regrets_modified[2], const bool sums_modified[2],
+                      OpenRiverRows& rows) {
     for (int player = 0; player < 2; ++player) {
         close_chain(nodes, player, turn, false, regrets_modified[player]);
         if (rows.sums_open) close_chain(nodes, player, turn, true, sums_modified[player]);

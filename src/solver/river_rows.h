@@ -18,22 +18,22 @@ struct OpenRiverRows {
     bool sums_open = false;
 };
 
-// Opens the rows of turn group `turn` of every river decision node from
-// `first` down: regrets, and strategy sums with `with_sums`.
-void open_river_rows(const SubgameEngine& engine, const TreeNode& first, int turn, bool with_sums,
-                     OpenRiverRows& rows);
+// The river decision nodes from a first river node down, depth first,
+// children in order: the walk's own order, which the streams follow.
+using RiverNodes = std::vector<const TreeNode*>;
+void collect_river_nodes(const SubgameEngine& engine, const TreeNode& first, RiverNodes& nodes);
 
-// The river decision nodes from `first` down, depth first, children in order:
-// the walk's own order.
-void collect_river_nodes(const SubgameEngine& engine, const TreeNode& first, std::vector<const TreeNode*>& nodes);
+// Opens the rows of turn group `turn` of the river decision nodes `nodes`
+// (one subtree's, collected as above): regrets, and strategy sums with
+// `with_sums`.
+void open_river_rows(const RiverNodes& nodes, int turn, bool with_sums, OpenRiverRows& rows);
 
 // Asks for the rows that a walk of river card `river` under turn group `turn`
 // will read at `nodes`: regrets, and with `with_sums` the strategy sums the
 // walk touches (a training walk only the opponent's).
-void prefetch_river_rows(const SubgameEngine& engine, const std::vector<const TreeNode*>& nodes, int turn, int river,
-                         bool with_sums);
+void prefetch_river_rows(const SubgameEngine& engine, const RiverNodes& nodes, int turn, int river, bool with_sums);
 
 // Closes them again; rows of a player whose values changed are written back
 // (regrets and sums told apart), the others are dropped unchanged.
-void close_river_rows(const SubgameEngine& engine, const TreeNode& first, int turn, const bool regrets_modified[2],
-                      const bool sums_modified[2], OpenRiverRows& rows);
+void close_river_rows(const RiverNodes& nodes, int turn, const bool regrets_modified[2], const bool sums_modified[2],
+                      OpenRiverRows& rows);

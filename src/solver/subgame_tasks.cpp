@@ -10,7 +10,6 @@
 
 #include "shell/reply.h"
 #include "shell/settings.h"
-#include "solver/river_rows.h"
 #include "solver/vector_ops.h"
 #include "solver/walk_internal.h"
 
@@ -84,10 +83,8 @@ void run_task(SubgameEngine& e, SubgameTask& task) {
     if (frame.river >= 0) {
         // Every row of the task's river subtree asked for at once, rather than
         // one node's after another as the walk meets them.
-        thread_local std::vector<const TreeNode*> below;
-        collect_river_nodes(e, *frame.node, below);
         prefetch_river_board(card);
-        prefetch_river_rows(e, below, frame.turn, frame.river, river_sums_in_use(e));
+        prefetch_river_rows(e, position.river_nodes, frame.turn, frame.river, river_sums_in_use(e));
     }
     const int16_t* identity = card.image_tables[0].data();
 
@@ -136,6 +133,7 @@ void queue_chance_tasks(WalkFrame& f, bool river_position, int only_card) {
     if (f.own_reach.count > 0) position->own_reach = plain_copy(f.own_reach);
     position->value_sum = plain_zeros(f.reach.count);
     if (e.mode == mode_evaluate) position->best_sum = plain_zeros(f.reach.count);
+    if (river_position) collect_river_nodes(e, *f.node, position->river_nodes);
 
     const int cards = river_position ? static_cast<int>(turn_board(e, f.turn).rivers.size())
                                      : static_cast<int>(e.root_board->turns.size());

@@ -11,6 +11,7 @@
 
 #include "shell/processor.h"
 #include "solver/kernels.h"
+#include "solver/river_rows.h"
 #include "solver/walk.h"
 #include "storage/prefetch.h"
 #include "tree/boards.h"
@@ -175,6 +176,9 @@ struct ChancePosition {
     // the parallel loop is over.
     std::vector<HandVector> thread_values;
     std::vector<HandVector> thread_bests;
+    // At a river position, its subtree's river decision nodes, whose rows
+    // each task asks for before it walks.
+    RiverNodes river_nodes;
 };
 
 // Queues one task per card at this position (only `only_card` when it is not

@@ -98,7 +98,9 @@ inline void write_node_rows(TreeNode& node, bool sums, int group, int row,
     OpenRiverRows open;
     const TreeNode* first = &node;
     while (!is_first_of_street(*first)) first = first->parent_node;
-    if (river) open_river_rows(e, *first, group, sums, open);
+    RiverNodes subtree;
+    if (river) collect_river_nodes(e, *first, subtree);
+    if (river) open_river_rows(subtree, group, sums, open);
     const int hands = store.row_length(group, row);
     std::vector<float> values(static_cast<size_t>(hands));
     for (int a = 0; a < static_cast<int>(node.children.size()); ++a) {
@@ -108,7 +110,7 @@ inline void write_node_rows(TreeNode& node, bool sums, int group, int row,
     if (river) {
         const bool written[2] = {!sums, !sums};
         const bool sums_written[2] = {sums, sums};
-        close_river_rows(e, *first, group, written, sums_written, open);
+        close_river_rows(subtree, group, written, sums_written, open);
     }
 }
 
