@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that Tavrek builds and tests with, when any is missing.
 set -euo pipefail
-packages=(cmake g++ make libtclap-dev libtbb-dev libgtest-dev libbenchmark-dev python3 clang-14 libclang-rt-14-dev)
+packages=(cmake g++ make libtclap-dev libtbb-dev libgtest-dev libbenchmark-dev python3 clang-14 libclang-rt-14-dev
+          python3-numpy python3-matplotlib python3-tqdm python3-pytest chromium)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

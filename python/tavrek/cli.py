@@ -1,0 +1,108 @@
+"""The command-line tools tavrek-spot and tavrek-report."""
+
+from __future__ import annotations
+
+import argparse
+import sys
+from pathlib import Path
+
+from .client import Engine, TavrekError
+from .lines import PLAYER_NAMES, positions, tree_listing
+from .ranges import combo_count, format_range
+from .spot import SpotError, load_spot
+
+
+def _fail(message: str, status: int) -> int:
+    print(f"error: {message}", file=sys.stderr)
+    return status
+
+
+def _comment(text: str) -> str:
+    return "\n".join("# " + line if line else "#" for line in text.splitlines())
+
+
+def main_spot(argv=None) -> int:
+    parser = argparse.ArgumentParser(
+        prog="tavrek-spot",
+        description="Print the engine's script for a spot file: ranges, board, pot, every add_line, build_tree. "
+                    "Listings asked for go first, as comment lines, so the output stays a script.")
+    parser.add_argument("file", help="spot file (TOML)")
+    parser.add_argument("--tree", action="store_true", help="list the betting tree: every decision and its choices")
+    parser.add_argument("--memory", action="store_true",
+                        help="start the engine, build the tree and show the memory at each compression level")
+    parser.add_argument("--no-script", action="store_true", help="leave the script out")
+    parser.add_argument("--engine", help="engine binary (default: $TAVREK_ENGINE, then the repository's build/tavrek)")
+    args = parser.parse_args(argv)
+    try:
+        spot = load_spot(args.file)
+    except SpotError as e:
+        return _fail(str(e), 2)
+    from .lines import generate_lines
+    out = sys.stdout
+    header = [f"spot {spot.name}: board {spot.board_text}, pot {spot.pot}, stack {spot.stack:g}, "
+              f"streets {', '.join(spot.streets)}"]
+    for word, w in zip(PLAYER_NAMES, spot.ranges):
+        header.append(f"{word}: {combo_count(w, spot.board):.1f} hands: {format_range(w)}")
+    if args.tree:
+        decisions = positions(spot.rules)
+        header.append(f"betting tree: {len(generate_lines(spot.rules))} lines, {len(decisions)} decisions "
+                      f"(cards dealt between streets are written <turn> and <river>)")
+        header.append(tree_listing(spot.rules))
+    if args.memory:
+        from .solve import TreeTooLarge, set_up
+        try:
+            with Engine(args.engine) as engine:
+                estimate = set_up(engine, spot)
+        except TreeTooLarge as e:
+            print(_comment("\n".join(header)), file=out)
+            return _fail(str(e), 3)
+        except TavrekError as e:
+            return _fail(str(e), 1)
+        header.append(estimate.table())
+    print(_comment("\n".join(header)), file=out)
+    if not args.no_script:
+        print("\n".join(spot.setup_commands()), file=out)
+    return 0
+
+
+def main_report(argv=None) -> int:
+    parser = argparse.ArgumentParser(
+        prog="tavrek-report",
+        description="Solve a spot file and write a report of one decision: action frequencies, a grid per "
+                    "action (PNG and HTML), each hand's strategy, EV and equity, range equities, CSV and JSON.")
+    parser.add_argument("file", help="spot file (TOML)")
+    parser.add_argument("--node", action="append", default=[],
+                        help="node path such as r:0 or r:0:c:b50 (repeatable; default r:0)")
+    parser.add_argument("--out", help="folder for the files (default: <spot>-report beside the working directory)")
+    parser.add_argument("--engine", help="engine binary (default: $TAVREK_ENGINE, then the repository's build/tavrek)")
+    parser.add_argument("--quiet", action="store_true", help="no progress bar")
+    args = parser.parse_args(argv)
+    try:
+        spot = load_spot(args.file)
+    except SpotError as e:
+        return _fail(str(e), 2)
+    from .render import file_stem, write_report
+    from .report import gather
+    from .solve import solve_spot
+    nodes = args.node or ["r:0"]
+    base = Path(args.out) if args.out else Path(f"{Path(args.file).stem}-report")
+    try:
+        with Engine(args.engine) as engine:
+            record = solve_spot(engine, spot, progress=not args.quiet)
+            print(f"solved {spot.name}: {record.iterations} iterations in {record.seconds:.1f} s ({record.reason}); "
+                  f"exploitable for {record.exploitable:.3f} chips, {record.exploitable_pct:.3f}% of the pot")
+            for path in nodes:
+                report = gather(engine, path, spot.name)
+                folder = base if len(nodes) == 1 else base / file_stem(path)
+                files = write_report(report, folder)
+                print(f"{path}: {report.player} acts; " + ", ".join(
+                    f"{a.label} {100 * a.frequency:.1f}%" for a in report.actions))
+                print(f"  range equity OOP {100 * report.range_equity('OOP'):.1f}%, "
+                      f"IP {100 * report.range_equity('IP'):.1f}%; EV of {report.player}'s range "
+                      f"{report.range_ev():.2f}")
+                print(f"  written: {files['html']}, {files['csv']}, {files['json']}, {len(files['png'])} PNG grids")
+    except TavrekError as e:
+        return _fail(str(e), 1)
+    except KeyboardInterrupt:
+        return _fail("interrupted", 130)
+    return 0
