@@ -92,7 +92,7 @@ def main_report(argv=None) -> int:
             print(f"solved {spot.name}: {record.iterations} iterations in {record.seconds:.1f} s ({record.reason}); "
                   f"exploitable for {record.exploitable:.3f} chips, {record.exploitable_pct:.3f}% of the pot")
             for path in nodes:
-                report = gather(engine, path, spot.name)
+                report = gather(engine, path, Path(args.file).name)
                 folder = base if len(nodes) == 1 else base / file_stem(path)
                 files = write_report(report, folder)
                 print(f"{path}: {report.player} acts; " + ", ".join(
