@@ -7,9 +7,8 @@ import sys
 from pathlib import Path
 
 from .client import Engine, TavrekError
-from .lines import PLAYER_NAMES, positions, tree_listing
-from .ranges import combo_count, format_range
-from .spot import SpotError, load_spot
+from .lines import generate_lines, positions, tree_listing
+from .spot import SpotError, load_spot, spot_summary
 
 
 def _fail(message: str, status: int) -> int:
@@ -37,12 +36,8 @@ def main_spot(argv=None) -> int:
         spot = load_spot(args.file)
     except SpotError as e:
         return _fail(str(e), 2)
-    from .lines import generate_lines
     out = sys.stdout
-    header = [f"spot {spot.name}: board {spot.board_text}, pot {spot.pot}, stack {spot.stack:g}, "
-              f"streets {', '.join(spot.streets)}"]
-    for word, w in zip(PLAYER_NAMES, spot.ranges):
-        header.append(f"{word}: {combo_count(w, spot.board):.1f} hands: {format_range(w)}")
+    header = [f"spot {spot.name}: {spot_summary(spot)}"]
     if args.tree:
         decisions = positions(spot.rules)
         header.append(f"betting tree: {len(generate_lines(spot.rules))} lines, {len(decisions)} decisions "

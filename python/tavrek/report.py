@@ -167,9 +167,8 @@ def gather(engine: Engine, path: str, spot_name: str = "") -> NodeReport:
                  "END_NODE": "the end of the hand"}
         raise TavrekError(f"{path} is {kinds.get(node['type'], node['type'])}, not a decision")
     player = 0 if node["type"] == "OOP_DEC" else 1
-    me, opp = PLAYERS[player], PLAYERS[1 - player]
-    pot_start = node["pot"]
-    pot_now = pot_start + sum(node["committed"])
+    me = PLAYERS[player]
+    pot_now = node["pot"] + sum(node["committed"])
     stack = engine.command("show_effective_stack")
     tokens = [child["path"].rsplit(":", 1)[1] for child in engine.show_children(path)]
     strategy = engine.show_strategy(path)

@@ -30,7 +30,7 @@
     threads = 0                 # 0: all processors
     compression = "auto"        # auto none low medium high max fast
     max_iterations = 1000       # optional
-    max_seconds = 600           # optional
+    max_seconds = 600           # optional; with both, max_iterations is the one applied
 
 Every problem is reported as "FILE:LINE: problem" before the engine is started.
 """
@@ -39,14 +39,14 @@ from __future__ import annotations
 
 import re
 import tomllib
-from dataclasses import dataclass, field
+from dataclasses import dataclass
 from pathlib import Path
 
 import numpy as np
 
 from .cards import CLASS_COMBOS, CLASS_COUNT, CardError, board_mask, card_text, parse_cards
 from .lines import STREET_NAMES, BettingRules, Raise, StreetSizes, add_line_commands, format_amount
-from .ranges import RangeError, format_range, parse_range
+from .ranges import RangeError, combo_count, format_range, parse_range
 
 COMPRESSION_WORDS = ("auto", "none", "low", "medium", "high", "max", "fast")
 PLAYER_KEYS = ("oop", "ip")
@@ -80,7 +80,6 @@ class Spot:
     compression: str = "auto"
     max_iterations: int | None = None
     max_seconds: int | None = None
-    notes: list[str] = field(default_factory=list)
 
     @property
     def streets(self) -> list[str]:
@@ -380,8 +379,7 @@ def _apply_size(result: StreetSizes, field_name: str, value, key, fail):
 
 
 def spot_summary(spot: Spot) -> str:
-    """A few lines about the spot for the top of a listing."""
-    from .ranges import combo_count
+    """A few lines about the spot for the top of a listing: the game and both ranges."""
     lines = [f"board {spot.board_text}, pot {spot.pot}, stack {format_amount(spot.stack)}, "
              f"streets {', '.join(spot.streets)}"]
     for word, w in zip(("OOP", "IP"), spot.ranges):

@@ -1,7 +1,6 @@
 """The client: every reply form into Python values, errors as exceptions, a dead engine never a hang."""
 
 import _thread
-import os
 import stat
 import threading
 import time

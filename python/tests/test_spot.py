@@ -109,3 +109,20 @@ def test_tree_too_large_at_every_level_is_refused_before_solving():
     turn = MemoryEstimate(uncompressed_mb=900, available_mb=1100, flop_root=False, rainbow=False, auto_level=0)
     assert turn.level_mb("max") == 900 and turn.fits("max")
     assert issubclass(TreeTooLarge, TavrekError)
+
+
+def test_spot_tool_prints_a_script_or_the_problem(tmp_path, capsys):
+    from tavrek.cli import main_spot
+    good = tmp_path / "coach.toml"
+    good.write_text(GOOD)
+    assert main_spot([str(good), "--tree"]) == 0
+    out = capsys.readouterr().out.splitlines()
+    script = [line for line in out if not line.startswith("#")]
+    assert script == parse_spot(GOOD, str(good)).setup_commands()
+    assert any(line.startswith("# r:0:c:c:<turn>  ") for line in out)
+    bad = tmp_path / "bad.toml"
+    bad.write_text(broken("Kh 7d 2c", "Kh 7d 2x"))
+    assert main_spot([str(bad)]) == 2
+    captured = capsys.readouterr()
+    assert captured.out == "" and captured.err == f"error: {bad}:1: board: '2x' is not a card (a rank of " \
+        "23456789TJQKA and a suit of cdhs, e.g. Ah)\n"
