@@ -101,3 +101,55 @@ def main_report(argv=None) -> int:
     except KeyboardInterrupt:
         return _fail("interrupted", 130)
     return 0
+
+
+def main_batch(argv=None) -> int:
+    parser = argparse.ArgumentParser(
+        prog="tavrek-batch",
+        description="Solve one spot on many boards (every flop, a weighted subset or a list) on a Dask cluster, "
+                    "then write the aggregated report. Each board's record and tree file are written as soon as "
+                    "it is done; run it again to solve only what is missing. Status: 0 all solved, 4 some boards "
+                    "failed, 2 a bad batch file, 1 other errors, 130 interrupted.")
+    parser.add_argument("file", help="batch file (TOML): a spot file without a board, with [flops] and [batch]")
+    parser.add_argument("--out", help="output folder (default: [batch] out, or <name>-batch beside the file)")
+    parser.add_argument("--scheduler", metavar="ADDRESS",
+                        help="an existing Dask cluster's scheduler, e.g. tcp://10.0.0.5:8786 (default: a local "
+                             "cluster on this machine)")
+    parser.add_argument("--workers", type=int, help="engines at once on the local cluster (default: from the "
+                                                    "cores and the memory a tree needs)")
+    parser.add_argument("--threads", type=int, help="threads of each engine (default: the cores shared among them)")
+    parser.add_argument("--no-trees", action="store_true", help="don't write tree files")
+    parser.add_argument("--report-only", action="store_true", help="write the report from the records there are")
+    parser.add_argument("--engine", help="engine binary (default: $TAVREK_ENGINE, then the repository's "
+                                         "build/tavrek; with --scheduler, each worker's own)")
+    parser.add_argument("--quiet", action="store_true", help="no progress display")
+    args = parser.parse_args(argv)
+    from .batch import run_batch
+    from .batch_report import write_batch_report
+    from .batchfile import load_batch
+    for option in ("workers", "threads"):
+        if getattr(args, option) is not None and getattr(args, option) < 1:
+            return _fail(f"--{option} must be at least 1", 2)
+    try:
+        batch = load_batch(args.file)
+    except SpotError as e:
+        return _fail(str(e), 2)
+    out = Path(args.out) if args.out else batch.out
+    try:
+        if args.report_only:
+            files = write_batch_report(batch, out)
+            print(f"written: {', '.join(str(f) for f in files.values())}")
+            return 0
+        outcome = run_batch(batch, out, scheduler=args.scheduler, engine=args.engine, workers=args.workers,
+                            threads=args.threads, save_trees=False if args.no_trees else None,
+                            progress=not args.quiet)
+    except TavrekError as e:
+        return _fail(str(e), 1)
+    except KeyboardInterrupt:
+        return _fail(f"interrupted; the boards done are kept in {out}: run the same command to go on", 130)
+    hours = outcome.seconds / 3600
+    rate = f", {outcome.solved / hours:.0f} boards per hour" if outcome.solved and hours > 0 else ""
+    print(f"{outcome.boards} boards: {outcome.skipped} done before, {outcome.solved} solved now, "
+          f"{outcome.failed} failed, in {outcome.seconds:.1f} s{rate}")
+    print(f"written: {', '.join(str(f) for f in outcome.files.values())}")
+    return 4 if outcome.failed else 0

@@ -20,6 +20,7 @@ import collections
 import itertools
 import os
 import queue
+import re
 import shutil
 import signal
 import subprocess
@@ -37,6 +38,8 @@ _PROGRESS_KEYS = {"running time": "seconds", "EV OOP": "ev_oop", "EV IP": "ev_ip
 _UNSUPPORTED = {"stdoutredi", "stdoutredi_append", "stdoutback", "skip_if_done", "LABEL:"}
 _BARRIER = "tavrek_client_barrier_"
 _POLL = 0.2   # seconds between checks for Ctrl-C and a dead engine while waiting
+# The debug line after each progress report.
+_WORK_LINE = re.compile(r"^\[(\d+) iterations \| cpu time ([0-9.]+)s \| peak working set (\d+) MB\]$")
 
 
 class TavrekError(Exception):
@@ -125,6 +128,8 @@ class Engine:
         self._lock = threading.Lock()
         self.solving = False
         self.iterations = 0
+        self.cpu_seconds: float | None = None    # the engine's processor time at its last progress report
+        self.peak_mb: int | None = None          # and its peak working set
         self.last_progress: Progress | None = None
         self.last_reason: str | None = None
         self._proc = subprocess.Popen([str(self.path), "-v", *extra_args], stdin=subprocess.PIPE,
@@ -163,6 +168,9 @@ class Engine:
             elif line.startswith("SOLVER: stopped"):
                 self._events.put(("stopped", line[len("SOLVER: stopped"):].strip(" ()")))
             elif line.startswith("[") and " iterations | " in line:
+                m = _WORK_LINE.match(line)
+                if m:
+                    self.cpu_seconds, self.peak_mb = float(m.group(2)), int(m.group(3))
                 self._events.put(("iterations", int(line[1:].split()[0])))
             else:
                 self._replies.put(line)

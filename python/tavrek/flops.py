@@ -33,6 +33,7 @@ _PERMUTATIONS = list(itertools.permutations(range(4)))
 _WINDOWS = [frozenset([12, 0, 1, 2, 3])] + [frozenset(range(low, low + 5)) for low in range(9)]
 PAIRING_ORDER = ("unpaired", "paired", "two pair", "trips", "full house", "quads")
 SUIT_WORDS = {1: "rainbow", 2: "two-tone", 3: "monotone", 4: "four of a suit", 5: "five of a suit"}
+SUIT_ORDER = ("rainbow", "two-tone", "monotone", "three of a suit", "four of a suit", "five of a suit")
 MAX_SUBSET = FLOP_COUNT // 24            # larger subsets could need one flop twice: solve them all
 
 

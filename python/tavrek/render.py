@@ -18,15 +18,20 @@ EMPTY = "#e6e6e6"
 
 
 def action_colours(report: NodeReport) -> list[str]:
+    return label_colours([(a.token, a.label) for a in report.actions])
+
+
+def label_colours(actions: list[tuple[str, str]]) -> list[str]:
+    """A colour per (token, label): fold blue, check and call green, bets and raises warm."""
     colours = []
-    bets = [a for a in report.actions if a.token.startswith("b")]
-    for a in report.actions:
-        word = a.label.split()[0]
+    bets = [token for token, _ in actions if token.startswith("b")]
+    for token, label in actions:
+        word = label.split()[0]
         if word in PASSIVE:
             colours.append(PASSIVE[word])
         else:
             # Spread over the warm colours, the largest bet darkest, whatever the number of sizes.
-            rank, n = bets.index(a), len(bets)
+            rank, n = bets.index(token), len(bets)
             spread = 3 if n == 1 else round(1 + rank * 4 / (n - 1)) if n <= 5 else rank % len(AGGRESSIVE)
             colours.append(AGGRESSIVE[spread])
     return colours

@@ -57,10 +57,7 @@ class NodeReport:
 
     def range_equity(self, player: str) -> float:
         """Equity of the player's own range: hands weighted by matchups times their weight."""
-        eq, m, r = self.equity[player], self.matchups[player], self.range[player]
-        ok = ~np.isnan(eq) & ~np.isnan(m) & (r > 0)
-        w = (m * r)[ok]
-        return float((w * eq[ok]).sum() / w.sum()) if w.sum() > 0 else math.nan
+        return range_equity(self.equity[player], self.matchups[player], self.range[player])
 
     def range_ev(self) -> float:
         ok = ~np.isnan(self.ev) & ~np.isnan(self.ev_weight)
@@ -130,6 +127,13 @@ class NodeReport:
                 writer.writerow({k: ("" if v is None else v) for k, v in row.items()})
 
 
+def range_equity(equity: np.ndarray, matchups: np.ndarray, weights: np.ndarray) -> float:
+    """A range's share of the pot at showdown: its hands' equities weighted by matchups times weight."""
+    ok = ~np.isnan(equity) & ~np.isnan(matchups) & (weights > 0)
+    w = (matchups * weights)[ok]
+    return float((w * equity[ok]).sum() / w.sum()) if w.sum() > 0 else math.nan
+
+
 def _num(x):
     """A float for JSON and CSV, None for NaN."""
     x = float(x)
@@ -156,21 +160,32 @@ def action_label(token: str, committed: tuple[float, float], player: int, pot: f
     return f"bet {_fmt(amount - top)} ({100.0 * (amount - top) / pot:.0f}%)"
 
 
+DECISIONS = ("OOP_DEC", "IP_DEC")
+
+
+def decision_actions(engine: Engine, path: str, node: dict | None = None) -> tuple[int, float, list[tuple[str, str]]]:
+    """At a decision: the acting player (0 OOP, 1 IP), the pot, and each action's path token and label."""
+    node = node or engine.show_node(path)
+    if node["type"] not in DECISIONS:
+        kinds = {"ROOT": "the root above the first decision (use r:0)",
+                 "SPLIT_NODE": "the end of a street: name the next card, e.g. " + path + ":As",
+                 "END_NODE": "the end of the hand"}
+        raise TavrekError(f"{path} is {kinds.get(node['type'], node['type'])}, not a decision")
+    player = DECISIONS.index(node["type"])
+    pot_now = node["pot"] + sum(node["committed"])
+    stack = engine.command("show_effective_stack")
+    tokens = [child["path"].rsplit(":", 1)[1] for child in engine.show_children(path)]
+    return player, pot_now, [(t, action_label(t, node["committed"], player, pot_now, stack)) for t in tokens]
+
+
 def gather(engine: Engine, path: str, spot_name: str = "") -> NodeReport:
     """Ask the engine everything about the decision at path."""
     if path == "r":
         path = "r:0"
     node = engine.show_node(path)
-    if node["type"] not in ("OOP_DEC", "IP_DEC"):
-        kinds = {"ROOT": "the root above the first decision (use r:0)",
-                 "SPLIT_NODE": "the end of a street: name the next card, e.g. " + path + ":As",
-                 "END_NODE": "the end of the hand"}
-        raise TavrekError(f"{path} is {kinds.get(node['type'], node['type'])}, not a decision")
-    player = 0 if node["type"] == "OOP_DEC" else 1
+    player, pot_now, labelled = decision_actions(engine, path, node)
     me = PLAYERS[player]
-    pot_now = node["pot"] + sum(node["committed"])
-    stack = engine.command("show_effective_stack")
-    tokens = [child["path"].rsplit(":", 1)[1] for child in engine.show_children(path)]
+    tokens = [token for token, _ in labelled]
     strategy = engine.show_strategy(path)
     probs = engine.show_probs(path)["actions"]
     ranges = {p: np.nan_to_num(engine.show_range(p, path), nan=0.0) for p in PLAYERS}
@@ -182,10 +197,9 @@ def gather(engine: Engine, path: str, spot_name: str = "") -> NodeReport:
     r = np.where(live, ranges[me], 0.0)
     total = r.sum()
     actions = []
-    for a, token in enumerate(tokens):
+    for a, (token, label) in enumerate(labelled):
         freq = float((r * strategy[a]).sum() / total) if total > 0 else math.nan
-        actions.append(Action(token, action_label(token, node["committed"], player, pot_now, stack), freq,
-                              probs.get(token, math.nan)))
+        actions.append(Action(token, label, freq, probs.get(token, math.nan)))
     if strategy.shape != (len(tokens), COMBO_COUNT):
         raise TavrekError(f"show_strategy gave {strategy.shape[0]} rows for {len(tokens)} actions")
     return NodeReport(spot=spot_name, path=path, board=node["cards"], player=me, pot=pot_now,

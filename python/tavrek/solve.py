@@ -55,6 +55,10 @@ class MemoryEstimate:
     def fits(self, word: str) -> bool:
         return self.level_mb(word) < self.budget_mb
 
+    def least_compression(self, budget_mb: float) -> str:
+        """The least compressed level whose tree fits in budget_mb; "max" when none does."""
+        return next((w for w in LEVEL_WORDS[:5] if self.level_mb(w) < budget_mb), "max")
+
     @property
     def too_large(self) -> bool:
         return not any(self.fits(w) for w in LEVEL_WORDS)
@@ -89,6 +93,8 @@ class SolveRecord:
     mes_ip: float
     compression: int
     uncompressed_mb: int
+    cpu_seconds: float | None = None      # the engine's processor time, from its last progress report
+    peak_mb: int | None = None            # the engine's peak working set
 
     def as_dict(self) -> dict:
         return asdict(self)
@@ -97,9 +103,14 @@ class SolveRecord:
 _UNCOMPRESSED = re.compile(r"^\[uncompressed storage (\d+) MB\]$")
 
 
-def set_up(engine: Engine, spot: Spot) -> MemoryEstimate:
-    """Send the spot and build its tree; refuse a tree too large for memory before any solve."""
+def set_up(engine: Engine, spot: Spot, budget_mb: float | None = None) -> MemoryEstimate:
+    """Send the spot and build its tree; refuse a tree too large for memory before any solve.
+
+    budget_mb: the memory this engine may take when others share the machine (a batch); with the
+    automatic level, a flop tree is then compressed as little as that budget allows, instead of as
+    the engine would choose for the whole machine."""
     uncompressed = None
+    engine.command("set_compression auto")    # the build reports the storage it needs only when it chooses
     for command in spot.setup_commands(compression=False):
         reply = engine.raw(command)
         for line in reply.debug:
@@ -123,6 +134,10 @@ def set_up(engine: Engine, spot: Spot) -> MemoryEstimate:
                                f"{estimate.level_mb(spot.compression):.0f} MB, more than the "
                                f"{estimate.budget_mb:.0f} MB usable\n{estimate.table()}")
         engine.command(f"set_compression {spot.compression}")
+    elif budget_mb is not None and estimate.flop_root:
+        level = estimate.least_compression(budget_mb)
+        if LEVEL_WORDS.index(level) != estimate.auto_level:
+            engine.command(f"set_compression {level}")
     return estimate
 
 
@@ -153,9 +168,9 @@ class _Bar:
             self.bar.close()
 
 
-def solve_spot(engine: Engine, spot: Spot, progress: bool = True) -> SolveRecord:
+def solve_spot(engine: Engine, spot: Spot, progress: bool = True, budget_mb: float | None = None) -> SolveRecord:
     """Set the spot up on the engine, solve it and return the record; the engine keeps the tree."""
-    estimate = set_up(engine, spot)
+    estimate = set_up(engine, spot, budget_mb)
     bar = _Bar(spot, progress)
     start = time.monotonic()
     try:
@@ -164,10 +179,14 @@ def solve_spot(engine: Engine, spot: Spot, progress: bool = True) -> SolveRecord
         bar.close(engine.last_reason or "stopped")
     seconds = time.monotonic() - start
     results = engine.calc_results()
+    iterations = engine.iterations            # as of the last progress report
+    if reason == "required number of steps done" and spot.max_iterations:
+        iterations = spot.max_iterations      # the run stops exactly there, reported or not
     return SolveRecord(spot=spot.name, board=spot.board_text, pot=spot.pot, stack=spot.stack,
-                       iterations=engine.iterations, seconds=round(seconds, 3), reason=reason,
+                       iterations=iterations, seconds=round(seconds, 3), reason=reason,
                        exploitable=results["exploitable"],
                        exploitable_pct=100.0 * results["exploitable"] / spot.pot,
                        ev_oop=results["ev_oop"], ev_ip=results["ev_ip"], mes_oop=results["mes_oop"],
                        mes_ip=results["mes_ip"], compression=engine.command("get_actual_compression"),
-                       uncompressed_mb=estimate.uncompressed_mb)
+                       uncompressed_mb=estimate.uncompressed_mb, cpu_seconds=engine.cpu_seconds,
+                       peak_mb=engine.peak_mb)

@@ -184,12 +184,18 @@ def load_spot(path: str | Path) -> Spot:
     return parse_spot(text, str(path))
 
 
-def parse_spot(text: str, name: str = "<spot>") -> Spot:
+def read_toml(text: str, name: str) -> dict:
     try:
-        data = tomllib.loads(text)
+        return tomllib.loads(text)
     except tomllib.TOMLDecodeError as e:
         m = re.search(r"\(at line (\d+), column \d+\)", str(e))
         raise SpotError(name, int(m.group(1)) if m else None, f"not valid TOML: {e}") from None
+
+
+def parse_spot(text: str, name: str = "<spot>", board: list[int] | None = None, tables=()) -> Spot:
+    """The spot of a TOML text.  A batch gives the board itself (its file leaves `board` out) and names
+    the tables of its own (`tables`), which are left to it."""
+    data = read_toml(text, name)
     where = _Locator(text)
 
     def fail(key: tuple, problem: str):
@@ -212,18 +218,24 @@ def parse_spot(text: str, name: str = "<spot>") -> Spot:
             fail(key, f"{what} must be at least {minimum}, not {value}")
         return value
 
-    check_keys(data, _TOP_KEYS, ())
-    for required in ("board", "pot", "stack", "ranges"):
+    check_keys(data, _TOP_KEYS | set(tables), ())
+    for required in ("pot", "stack", "ranges") if board is not None else ("board", "pot", "stack", "ranges"):
         if required not in data:
             raise SpotError(name, None, f"missing '{required}'")
 
     # Board.
-    if not isinstance(data["board"], str):
-        fail(("board",), "board must be a text such as \"Kh 7d 2c\"")
-    try:
-        board = parse_cards(data["board"])
-    except CardError as e:
-        fail(("board",), f"board: {e}")
+    given = board is not None
+    if given:
+        if "board" in data:
+            fail(("board",), "a batch leaves the board out: its flop set names the boards")
+        board = list(board)
+    else:
+        if not isinstance(data["board"], str):
+            fail(("board",), "board must be a text such as \"Kh 7d 2c\"")
+        try:
+            board = parse_cards(data["board"])
+        except CardError as e:
+            fail(("board",), f"board: {e}")
     if not 3 <= len(board) <= 5:
         fail(("board",), f"a board has 3 to 5 cards, not {len(board)}")
     streets = list(STREET_NAMES[len(board) - 3:])
@@ -247,12 +259,15 @@ def parse_spot(text: str, name: str = "<spot>") -> Spot:
             w = parse_range(value)
         except RangeError as e:
             fail(key, f"range of {player.upper()}: {e}")
-        clash = _board_clash(value, board)
+        # On a board the file names, naming a hand that holds one of its cards is a mistake; a batch's
+        # boards vary, and each simply loses the hands that meet it.
+        clash = None if given else _board_clash(value, board)
         if clash:
             fail(key, f"range of {player.upper()}: {clash} shares a card with the board {data['board']}")
         # Hands that hold a board card stay in the weights: the engine leaves them out itself.
         if not np.where(blocked, 0.0, w).any():
-            fail(key, f"the range of {player.upper()} has no hand off the board")
+            fail(key, f"the range of {player.upper()} has no hand off the board"
+                      + (f" {' '.join(card_text(c) for c in board)}" if given else ""))
         weights.append(w)
         texts.append(value)
 
