@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "model/cards.h"
-#include "model/game_setup.h"
+#include "shell/protocol/game_setup.h"
 #include "model/hand_strength.h"
 #include "tree/boards.h"
 

@@ -13,9 +13,9 @@
 #include <vector>
 
 #include "model/cards.h"
-#include "model/game_setup.h"
+#include "shell/protocol/game_setup.h"
 #include "model/hand_strength.h"
-#include "shell/cpu_info.h"
+#include "shell/protocol/cpu_info.h"
 #include "solver/kernels.h"
 #include "tree/boards.h"
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "shell/tokens.h"
+#include "shell/protocol/tokens.h"
 
 namespace {
 

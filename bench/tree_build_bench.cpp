@@ -16,7 +16,7 @@
 #include "model/cards.h"
 #include "model/hand_strength.h"
 #include "shell/commands.h"
-#include "shell/settings.h"
+#include "shell/protocol/settings.h"
 #include "tree/build.h"
 #include "tree/engine.h"
 

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "analysis/hand_rows.h"
-#include "shell/reply.h"
+#include "shell/protocol/reply.h"
 #include "solver/results.h"
 #include "tree/boards.h"
 

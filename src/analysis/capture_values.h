@@ -6,7 +6,7 @@
 #include <cstdint>
 
 #include "model/cards.h"
-#include "model/game_setup.h"
+#include "shell/protocol/game_setup.h"
 #include "solver/walk.h"
 #include "tree/engine.h"
 

@@ -5,8 +5,8 @@
 
 #include <vector>
 
-#include "model/game_setup.h"
-#include "solver/hand_vector.h"
+#include "shell/protocol/game_setup.h"
+#include "shell/protocol/hand_vector.h"
 #include "tree/engine.h"
 
 // One board of the equity walk, on the stack of the recursion. Vectors are per

@@ -6,7 +6,7 @@
 #include "analysis/equity.h"
 #include "analysis/hand_rows.h"
 #include "analysis/ranges.h"
-#include "shell/settings.h"
+#include "shell/protocol/settings.h"
 #include "tree/paths.h"
 
 namespace {

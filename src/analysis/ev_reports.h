@@ -1,7 +1,7 @@
 // Reports of what each hand of a player is worth at a node.
 #pragma once
 
-#include "shell/reply.h"
+#include "shell/protocol/reply.h"
 
 void cmd_calc_ev(const Tokens& tokens);
 void cmd_calc_ev_pp(const Tokens& tokens);

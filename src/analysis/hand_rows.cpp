@@ -5,7 +5,8 @@
 #include <limits>
 #include <stdexcept>
 
-#include "model/setup_commands.h"
+#include "shell/protocol/game_setup.h"
+#include "shell/protocol/reply.h"
 #include "tree/boards.h"
 #include "tree/isomorphism.h"
 

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "model/cards.h"
-#include "model/game_setup.h"
+#include "shell/protocol/game_setup.h"
 #include "tree/engine.h"
 
 // The board that a pair of real cards names, with the list its rows follow.

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "model/game_setup.h"
+#include "shell/protocol/game_setup.h"
 #include "tree/paths.h"
 
 // The player's starting range: the built tree's copy, or without a tree the

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <mutex>
 
-#include "shell/processor.h"
-#include "shell/reply.h"
+#include "shell/protocol/processor.h"
+#include "shell/protocol/reply.h"
 #include "solver/river_rows.h"
 #include "solver/walk.h"
 

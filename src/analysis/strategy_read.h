@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "analysis/hand_rows.h"
-#include "model/game_setup.h"
+#include "shell/protocol/game_setup.h"
 #include "tree/engine.h"
 
 // Strategy sums begin after iteration 60. Reports wait a few iterations more

@@ -2,7 +2,7 @@
 // probabilities of its actions.
 #pragma once
 
-#include "shell/reply.h"
+#include "shell/protocol/reply.h"
 
 void cmd_show_strategy(const Tokens& tokens);
 void cmd_show_strategy_pp(const Tokens& tokens);

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "shell/reply.h"
+#include "shell/protocol/reply.h"
 
 // Hand order: number cards by K = rank * 4 + suit and write each combo with
 // its greater K first; combo K1 > K2 has index K1 * (K1 - 1) / 2 + K2.

@@ -9,25 +9,7 @@
 #include <string>
 #include <vector>
 
-using Card = int;
-using CardMask = uint64_t;
-using ComboIndex = int16_t;
-using ComboSlot = int16_t;
-
-constexpr int combo_count = 1326;
-constexpr int hand_class_count = 169;
-
-constexpr Card make_card(int rank, int suit) { return suit * 13 + rank; }
-constexpr int card_rank(Card card) { return card % 13; }
-constexpr int card_suit(Card card) { return card / 13; }
-constexpr CardMask card_bit(Card card) { return CardMask{1} << card; }
-
-// Memory-order place of the combo of two different cards.
-constexpr ComboSlot slot_of_cards(Card a, Card b) {
-    const int hi = a > b ? a : b;
-    const int lo = a > b ? b : a;
-    return static_cast<ComboSlot>(hi * (hi - 1) / 2 + lo);
-}
+#include "shell/protocol/card_types.h"
 
 // The whole hand order: 1326 four-character combos separated by blanks.
 extern const char* const hand_order_text;

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "model/hand_strength.h"
-#include "shell/tokens.h"
+#include "shell/protocol/tokens.h"
 
 const char* const made_category_names[made_category_count] = {
     "nothing",     "king_high",   "ace_high", "low_pair", "third_pair",    "second_pair", "underpair",

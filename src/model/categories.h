@@ -9,7 +9,7 @@
 #include <array>
 
 #include "model/cards.h"
-#include "shell/reply.h"
+#include "shell/protocol/reply.h"
 
 // Made-hand categories; the number is the one reported. `top_pair_tp` has a
 // name and a number but no rule yields it: clients know the gap.

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "model/lines.h"
-#include "shell/tokens.h"
+#include "shell/protocol/tokens.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // Handlers of the commands that edit the client's betting lines.
 #pragma once
 
-#include "shell/reply.h"
+#include "shell/protocol/reply.h"
 
 void cmd_add_line(const Tokens& tokens);
 void cmd_force_line(const Tokens& tokens);

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "shell/reply.h"
+#include "shell/protocol/reply.h"
 
 SchematicTree schematic_tree = make_schematic_tree();
 

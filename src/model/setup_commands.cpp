@@ -5,8 +5,9 @@
 #include <cfloat>
 #include <cmath>
 
-#include "shell/settings.h"
-#include "shell/tokens.h"
+#include "model/cards.h"
+#include "shell/protocol/settings.h"
+#include "shell/protocol/tokens.h"
 
 namespace {
 
@@ -24,12 +25,6 @@ CardMask single_card(const std::string& token) {
 }
 
 }  // namespace
-
-std::optional<Player> player_from_name(const std::string& name) {
-    if (name == "OOP" || name == "hero") return OOP;
-    if (name == "IP" || name == "villain") return IP;
-    return std::nullopt;
-}
 
 std::string board_text() {
     std::string text = cards_to_text(flop_mask);

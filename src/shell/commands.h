@@ -3,7 +3,7 @@
 
 #include <span>
 
-#include "shell/reply.h"
+#include "shell/protocol/reply.h"
 
 using CommandHandler = void (*)(const Tokens& tokens);
 

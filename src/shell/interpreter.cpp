@@ -4,8 +4,8 @@
 
 #include "shell/commands.h"
 #include "shell/process_watcher.h"
-#include "shell/settings.h"
-#include "shell/tokens.h"
+#include "shell/protocol/settings.h"
+#include "shell/protocol/tokens.h"
 
 namespace {
 

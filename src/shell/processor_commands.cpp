@@ -2,9 +2,9 @@
 
 #include <cstdio>
 
-#include "shell/cpu_info.h"
-#include "shell/processor.h"
-#include "shell/tokens.h"
+#include "shell/protocol/cpu_info.h"
+#include "shell/protocol/processor.h"
+#include "shell/protocol/tokens.h"
 #include "tree/engine.h"
 
 namespace {

@@ -2,7 +2,7 @@
 // of kernel choice and storage layout.
 #pragma once
 
-#include "shell/reply.h"
+#include "shell/protocol/reply.h"
 
 void cmd_show_cpu_info(const Tokens& tokens);
 void cmd_get_instruction_set(const Tokens& tokens);

@@ -1,7 +1,7 @@
 // Handlers of the commands that set how the solver runs and report on the process.
 #pragma once
 
-#include "shell/reply.h"
+#include "shell/protocol/reply.h"
 
 void cmd_is_ready(const Tokens& tokens);
 void cmd_solver_time(const Tokens& tokens);

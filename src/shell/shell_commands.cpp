@@ -11,8 +11,8 @@
 #include <thread>
 
 #include "shell/commands.h"
-#include "shell/settings.h"
-#include "shell/tokens.h"
+#include "shell/protocol/settings.h"
+#include "shell/protocol/tokens.h"
 #include "solver/solver_driver.h"
 
 namespace {

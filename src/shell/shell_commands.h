@@ -1,7 +1,7 @@
 // Handlers of the commands that steer the flow of lines and of output.
 #pragma once
 
-#include "shell/reply.h"
+#include "shell/protocol/reply.h"
 
 void cmd_help(const Tokens& tokens);
 void cmd_load_script(const Tokens& tokens);

@@ -3,7 +3,7 @@
 // images, and averages the results over the cards a pair of hands allows.
 #include <cmath>
 
-#include "shell/processor.h"
+#include "shell/protocol/processor.h"
 #include "solver/river_rows.h"
 #include "solver/vector_ops.h"
 #include "solver/walk_internal.h"

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <vector>
 
-#include "shell/processor.h"
+#include "shell/protocol/processor.h"
 #include "solver/vector_ops.h"
 #include "solver/walk_internal.h"
 

@@ -22,7 +22,7 @@
 #include <cstdint>
 #include <span>
 
-#include "shell/processor.h"
+#include "shell/protocol/processor.h"
 #include "tree/boards.h"
 
 // Sizes of the kernels' stack buffers: the largest river list, rounded up to a

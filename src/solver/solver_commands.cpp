@@ -1,8 +1,8 @@
 #include "solver/solver_commands.h"
 
-#include "model/game_setup.h"
-#include "shell/settings.h"
-#include "shell/tokens.h"
+#include "shell/protocol/game_setup.h"
+#include "shell/protocol/settings.h"
+#include "shell/protocol/tokens.h"
 #include "solver/results.h"
 #include "solver/solver_driver.h"
 #include "storage/row_stream.h"

@@ -1,7 +1,7 @@
 // The commands that run the solver and report its results.
 #pragma once
 
-#include "shell/reply.h"
+#include "shell/protocol/reply.h"
 
 void cmd_go(const Tokens& tokens);
 void cmd_stop(const Tokens& tokens);

@@ -15,9 +15,9 @@
 #include <thread>
 #include <vector>
 
-#include "model/game_setup.h"
-#include "shell/reply.h"
-#include "shell/settings.h"
+#include "shell/protocol/game_setup.h"
+#include "shell/protocol/reply.h"
+#include "shell/protocol/settings.h"
 #include "solver/walk.h"
 #include "storage/row_stream.h"
 

@@ -8,8 +8,8 @@
 #include <memory>
 #include <vector>
 
-#include "shell/reply.h"
-#include "shell/settings.h"
+#include "shell/protocol/reply.h"
+#include "shell/protocol/settings.h"
 #include "solver/vector_ops.h"
 #include "solver/walk_internal.h"
 

@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "shell/processor.h"
+#include "shell/protocol/processor.h"
 #include "solver/vector_ops.h"
 #include "solver/walk_internal.h"
 

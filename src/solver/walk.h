@@ -17,7 +17,7 @@
 #include <mutex>
 #include <vector>
 
-#include "solver/hand_vector.h"
+#include "shell/protocol/hand_vector.h"
 #include "tree/engine.h"
 
 enum WalkMode : int32_t { mode_evaluate = 0, mode_train = 1, mode_capture = 2 };

@@ -9,7 +9,7 @@
 #include <span>
 #include <vector>
 
-#include "shell/processor.h"
+#include "shell/protocol/processor.h"
 #include "solver/kernels.h"
 #include "solver/river_rows.h"
 #include "solver/walk.h"

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <vector>
 
-#include "shell/reply.h"
+#include "shell/protocol/reply.h"
 #include "storage/block_row_code.h"
 #include "storage/memory_blocks.h"
 #include "storage/prefetch.h"

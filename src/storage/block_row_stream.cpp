@@ -2,7 +2,7 @@
 
 #include <climits>
 
-#include "shell/reply.h"
+#include "shell/protocol/reply.h"
 #include "storage/block_row_code.h"
 
 void BlockRowStream::begin_write() {

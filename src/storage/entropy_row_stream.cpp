@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "shell/reply.h"
+#include "shell/protocol/reply.h"
 #include "storage/entropy_coder.h"
 #include "storage/row_transform.h"
 

@@ -3,7 +3,7 @@
 #include <cstring>
 #include <vector>
 
-#include "shell/reply.h"
+#include "shell/protocol/reply.h"
 #include "storage/storage.h"
 
 const uint8_t* frozen_hands(const LockRecord& record, int hand_count) {

@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "shell/reply.h"
+#include "shell/protocol/reply.h"
 
 namespace {
 std::atomic<int64_t> storage_bytes{0};

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <vector>
 
-#include "shell/reply.h"
+#include "shell/protocol/reply.h"
 #include "storage/block_row_stream.h"
 #include "storage/entropy_row_stream.h"
 #include "storage/memory_blocks.h"

@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <utility>
 
-#include "shell/reply.h"
+#include "shell/protocol/reply.h"
 #include "storage/memory_blocks.h"
 
 namespace {

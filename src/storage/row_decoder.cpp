@@ -4,7 +4,7 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "shell/reply.h"
+#include "shell/protocol/reply.h"
 #include "storage/block_row_code.h"
 
 namespace {

@@ -1,7 +1,7 @@
 // Layout of the river rows shared by all river nodes of one action count.
 #include <climits>
 
-#include "shell/reply.h"
+#include "shell/protocol/reply.h"
 #include "storage/storage.h"
 
 RowLayout make_row_layout(int action_count, std::span<const std::span<const int>> hand_counts) {

@@ -2,7 +2,7 @@
 
 #include <immintrin.h>
 
-#include "shell/reply.h"
+#include "shell/protocol/reply.h"
 #include "storage/codec.h"
 
 namespace {

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "shell/reply.h"
+#include "shell/protocol/reply.h"
 #include "storage/row_transform.h"
 
 bool TransformedRowReader::decode_checked(uint32_t* values, int count, bool has_previous, int& flag) {

@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "shell/reply.h"
+#include "shell/protocol/reply.h"
 #include "storage/block_row_code.h"
 #include "storage/memory_blocks.h"
 #include "storage/sum_kernels.h"

@@ -4,10 +4,9 @@
 #include <cfloat>
 #include <cmath>
 
-#include "model/game_setup.h"
-#include "shell/processor.h"
-#include "shell/settings.h"
-#include "shell/settings_commands.h"
+#include "shell/protocol/game_setup.h"
+#include "shell/protocol/processor.h"
+#include "shell/protocol/settings.h"
 #include "storage/storage_assignment.h"
 #include "tree/boards.h"
 #include "tree/engine.h"

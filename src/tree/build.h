@@ -5,7 +5,7 @@
 
 #include "model/cards.h"
 #include "model/lines.h"
-#include "shell/reply.h"
+#include "shell/protocol/reply.h"
 #include "storage/storage.h"
 
 // The flat form of one schematic node, made by the first pass of a build.

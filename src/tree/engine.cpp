@@ -1,6 +1,6 @@
 #include "tree/engine.h"
 
-#include "shell/settings.h"
+#include "shell/protocol/settings.h"
 #include "tree/boards.h"
 
 std::unique_ptr<SubgameEngine> engine;

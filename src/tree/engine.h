@@ -9,9 +9,9 @@
 #include <mutex>
 #include <vector>
 
-#include "model/game_setup.h"
-#include "solver/capture_cache.h"
-#include "solver/subgame_cache.h"
+#include "shell/protocol/game_setup.h"
+#include "tree/capture_cache.h"
+#include "tree/subgame_cache.h"
 #include "storage/storage.h"
 
 struct RootBoard;

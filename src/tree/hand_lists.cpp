@@ -6,7 +6,7 @@
 #include <string>
 
 #include "model/hand_strength.h"
-#include "shell/reply.h"
+#include "shell/protocol/reply.h"
 #include "tree/boards.h"
 
 namespace {

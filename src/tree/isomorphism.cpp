@@ -3,9 +3,9 @@
 #include <cmath>
 #include <cstdio>
 
-#include "model/game_setup.h"
-#include "shell/reply.h"
-#include "shell/settings.h"
+#include "shell/protocol/game_setup.h"
+#include "shell/protocol/reply.h"
+#include "shell/protocol/settings.h"
 
 namespace {
 

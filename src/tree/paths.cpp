@@ -3,9 +3,9 @@
 #include <stdexcept>
 #include <vector>
 
-#include "model/game_setup.h"
-#include "shell/settings.h"
-#include "shell/tokens.h"
+#include "shell/protocol/game_setup.h"
+#include "shell/protocol/settings.h"
+#include "shell/protocol/tokens.h"
 #include "tree/boards.h"
 #include "tree/build.h"
 #include "tree/engine.h"

@@ -7,7 +7,7 @@
 
 #include "model/cards.h"
 #include "model/lines.h"
-#include "shell/reply.h"
+#include "shell/protocol/reply.h"
 
 struct NodeRef {
     SchematicNode* node = nullptr;  // null for the root position "r"

@@ -1,6 +1,6 @@
 // The weights of the hands of the tree's root list, and their normalised form,
 // the reach that every walk starts from.
-#include "model/game_setup.h"
+#include "shell/protocol/game_setup.h"
 #include "tree/boards.h"
 
 namespace {

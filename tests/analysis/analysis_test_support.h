@@ -11,8 +11,8 @@
 
 #include "analysis/strategy_read.h"
 #include "model/lines.h"
-#include "shell/reply.h"
-#include "shell/settings.h"
+#include "shell/protocol/reply.h"
+#include "shell/protocol/settings.h"
 #include "solver/river_rows.h"
 #include "tree/board_test_support.h"
 #include "tree/boards.h"

@@ -28,10 +28,10 @@ sources=(
   "$root/src/storage/run_coder.cpp"
   "$root/src/storage/split_tree.cpp"
   "$root/src/storage/transformed_row_reader.cpp"
-  "$root/src/shell/reply.cpp"
-  "$root/src/shell/settings.cpp"
-  "$root/src/shell/tokens.cpp"
-  "$root/src/model/game_setup.cpp"
+  "$root/src/shell/protocol/reply.cpp"
+  "$root/src/shell/protocol/settings.cpp"
+  "$root/src/shell/protocol/tokens.cpp"
+  "$root/src/shell/protocol/game_setup.cpp"
 )
 binary="$work/codec_fuzz"
 "$cxx" -std=c++20 -O1 -g -mavx -fsanitize=fuzzer,address,undefined -fno-sanitize-recover=undefined \

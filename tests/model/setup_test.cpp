@@ -6,6 +6,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "model/cards.h"
+
 namespace {
 
 class SetupTest : public testing::Test {

@@ -1,4 +1,4 @@
-#include "shell/cpu_info.h"
+#include "shell/protocol/cpu_info.h"
 
 #include <gtest/gtest.h>
 
@@ -8,9 +8,9 @@
 #include <stdexcept>
 
 #include "shell/avx_gate.h"
-#include "shell/processor.h"
+#include "shell/protocol/processor.h"
 #include "shell/processor_commands.h"
-#include "shell/settings.h"
+#include "shell/protocol/settings.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "shell/tokens.h"
+#include "shell/protocol/tokens.h"
 
 #include <gtest/gtest.h>
 

@@ -8,7 +8,7 @@
 #include <cmath>
 #include <vector>
 
-#include "shell/processor.h"
+#include "shell/protocol/processor.h"
 #include "solver/results.h"
 #include "solver/solver_driver.h"
 #include "solver/walk.h"

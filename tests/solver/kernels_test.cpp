@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "shell/cpu_info.h"
-#include "shell/processor.h"
+#include "shell/protocol/cpu_info.h"
+#include "shell/protocol/processor.h"
 #include "solver/kernels.h"
 #include "tree/board_test_support.h"
 #include "tree/boards.h"

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "model/cards.h"
-#include "model/game_setup.h"
+#include "shell/protocol/game_setup.h"
 #include "model/hand_strength.h"
 
 inline void prepare_tables() {

@@ -5,7 +5,7 @@
 
 #include "board_test_support.h"
 #include "model/lines.h"
-#include "shell/settings.h"
+#include "shell/protocol/settings.h"
 #include "tree/boards.h"
 #include "tree/build.h"
 #include "tree/engine.h"

@@ -4,7 +4,7 @@
 
 #include <stdexcept>
 
-#include "shell/settings.h"
+#include "shell/protocol/settings.h"
 #include "tree/board_test_support.h"
 #include "tree/boards.h"
 

@@ -1,12 +1,12 @@
-#include "shell/settings.h"
+#include "shell/protocol/settings.h"
 
 #include <ctime>
 #include <fstream>
 #include <sstream>
 
-#include "model/game_setup.h"
-#include "shell/reply.h"
-#include "shell/tokens.h"
+#include "shell/protocol/game_setup.h"
+#include "shell/protocol/reply.h"
+#include "shell/protocol/tokens.h"
 
 int verbosity = 0;
 bool echo_commands = false;

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "shell/reply.h"
+#include "shell/protocol/reply.h"
 
 // Splits a line at blanks; double quotes group blanks into a token and always
 // end the token they close. There is no escape character.

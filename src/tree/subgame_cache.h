@@ -2,7 +2,7 @@
 // there, summed over iterations, and the last values handed back up.
 #pragma once
 
-#include "solver/hand_vector.h"
+#include "shell/protocol/hand_vector.h"
 
 struct SubgameCache {
     HandVector reach_sum[2];

@@ -9,7 +9,7 @@
 #include <functional>
 #include <unordered_map>
 
-#include "solver/hand_vector.h"
+#include "shell/protocol/hand_vector.h"
 
 struct TreeNode;
 

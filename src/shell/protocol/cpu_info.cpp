@@ -1,4 +1,4 @@
-#include "shell/cpu_info.h"
+#include "shell/protocol/cpu_info.h"
 
 #include <cpuid.h>
 

@@ -10,7 +10,7 @@
 #include <memory>
 #include <stdexcept>
 
-#include "solver/hand_vector.h"
+#include "shell/protocol/hand_vector.h"
 
 namespace {
 

@@ -4,10 +4,14 @@
 
 #include <array>
 #include <optional>
+#include <string>
 
-#include "model/cards.h"
+#include "shell/protocol/card_types.h"
 
 enum Player : int { OOP = 0, IP = 1 };
+
+// "OOP" or "hero", "IP" or "villain"; anything else has no player.
+std::optional<Player> player_from_name(const std::string& name);
 
 // 1326 weights in memory order (by ComboSlot).
 using RangeVector = std::array<double, 1326>;

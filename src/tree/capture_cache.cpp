@@ -1,4 +1,4 @@
-#include "solver/capture_cache.h"
+#include "tree/capture_cache.h"
 
 const CapturedValues* CaptureCache::find(const CaptureKey& key, int32_t iterations) const {
     if (iterations != iteration_) return nullptr;

@@ -1,10 +1,10 @@
-#include "shell/reply.h"
+#include "shell/protocol/reply.h"
 
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 
-#include "shell/settings.h"
+#include "shell/protocol/settings.h"
 
 std::mutex output_mutex;
 

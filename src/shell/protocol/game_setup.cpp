@@ -1,4 +1,4 @@
-#include "model/game_setup.h"
+#include "shell/protocol/game_setup.h"
 
 std::optional<RangeVector> player_range[2];
 double range_min[2] = {0, 0};
@@ -12,3 +12,9 @@ double pot = 100;
 int effective_stack = 0;
 double rake_fraction = 0;
 double rake_cap = 0;
+
+std::optional<Player> player_from_name(const std::string& name) {
+    if (name == "OOP" || name == "hero") return OOP;
+    if (name == "IP" || name == "villain") return IP;
+    return std::nullopt;
+}

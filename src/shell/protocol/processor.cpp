@@ -1,9 +1,9 @@
-#include "shell/processor.h"
+#include "shell/protocol/processor.h"
 
 #include <array>
 #include <span>
 
-#include "shell/cpu_info.h"
+#include "shell/protocol/cpu_info.h"
 
 int simd_level = 8;
 bool avx512_enabled = false;

@@ -1,0 +1,38 @@
+# Fails when a source file under src/ includes a header of a layer above its
+# own. Run as: cmake -DSOURCE_DIR=<repository> -P cmake/check_layers.cmake
+#
+# Each folder lists the folders it may include from: itself and the layers
+# below it, as CMakeLists.txt links them.
+set(protocol shell/protocol)
+set(allowed_shell/protocol ${protocol})
+set(allowed_model ${protocol} model)
+set(allowed_storage ${protocol} storage)
+set(allowed_tree ${allowed_model} ${allowed_storage} tree)
+set(allowed_solver ${allowed_tree} solver)
+set(allowed_analysis ${allowed_solver} analysis)
+set(allowed_shell ${allowed_analysis} shell)
+set(allowed_shell/entry ${allowed_shell} shell/entry)
+
+file(GLOB_RECURSE files "${SOURCE_DIR}/src/*.h" "${SOURCE_DIR}/src/*.cpp")
+set(violations "")
+foreach(file ${files})
+  file(RELATIVE_PATH relative "${SOURCE_DIR}/src" "${file}")
+  get_filename_component(folder "${relative}" DIRECTORY)
+  if(NOT DEFINED allowed_${folder})
+    list(APPEND violations "${relative}: folder ${folder} has no layer")
+    continue()
+  endif()
+  file(STRINGS "${file}" includes REGEX "^#include \"")
+  foreach(line ${includes})
+    string(REGEX REPLACE "^#include \"([^\"]*)\".*" "\\1" header "${line}")
+    get_filename_component(header_folder "${header}" DIRECTORY)
+    list(FIND allowed_${folder} "${header_folder}" found)
+    if(found LESS 0)
+      list(APPEND violations "${relative} includes ${header}")
+    endif()
+  endforeach()
+endforeach()
+if(violations)
+  list(JOIN violations "\n" text)
+  message(FATAL_ERROR "Includes against the layers:\n${text}")
+endif()
