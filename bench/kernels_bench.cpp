@@ -16,7 +16,7 @@
 #include "shell/protocol/game_setup.h"
 #include "model/hand_strength.h"
 #include "shell/protocol/cpu_info.h"
-#include "solver/kernels.h"
+#include "solver/kernels/kernels.h"
 #include "tree/boards.h"
 
 namespace {

@@ -23,7 +23,7 @@
 #include <vector>
 
 #include "bench_timing.h"
-#include "storage/block_row_code.h"
+#include "storage/codes/block_row_code.h"
 
 namespace {
 

@@ -31,7 +31,7 @@
 #include "solver/results.h"
 #include "solver/solver_driver.h"
 #include "solver/walk.h"
-#include "storage/memory_blocks.h"
+#include "storage/codes/memory_blocks.h"
 #include "tree/engine.h"
 
 namespace {

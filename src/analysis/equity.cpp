@@ -7,7 +7,7 @@
 
 #include "analysis/hand_rows.h"
 #include "analysis/strategy_read.h"
-#include "solver/kernels.h"
+#include "solver/kernels/kernels.h"
 #include "tree/boards.h"
 #include "tree/isomorphism.h"
 #include "tree/paths.h"

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "shell/protocol/processor.h"
-#include "solver/kernels.h"
+#include "solver/kernels/kernels.h"
 #include "solver/river_rows.h"
 #include "solver/walk.h"
 #include "storage/prefetch.h"

@@ -6,11 +6,11 @@
 #include <vector>
 
 #include "shell/protocol/reply.h"
-#include "storage/block_row_code.h"
-#include "storage/memory_blocks.h"
+#include "storage/codes/block_row_code.h"
+#include "storage/codes/memory_blocks.h"
 #include "storage/prefetch.h"
-#include "storage/row_kernels.h"
-#include "storage/value_forms.h"
+#include "storage/codes/row_kernels.h"
+#include "storage/codes/value_forms.h"
 
 ArenaStorage::ArenaStorage(const RowLayout* layout) : LayoutStorage(layout) {}
 

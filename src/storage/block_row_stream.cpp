@@ -3,7 +3,7 @@
 #include <climits>
 
 #include "shell/protocol/reply.h"
-#include "storage/block_row_code.h"
+#include "storage/codes/block_row_code.h"
 
 void BlockRowStream::begin_write() {
     capacity = 0;

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "shell/protocol/reply.h"
-#include "storage/entropy_coder.h"
-#include "storage/row_transform.h"
+#include "storage/codes/entropy_coder.h"
+#include "storage/codes/row_transform.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include <memory>
 #include <string>
 
-#include "storage/codec.h"
+#include "storage/codes/codec.h"
 #include "storage/reserved_block.h"
 #include "storage/row_stream.h"
 

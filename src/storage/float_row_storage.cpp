@@ -5,8 +5,8 @@
 #include <cstring>
 #include <vector>
 
-#include "storage/memory_blocks.h"
-#include "storage/row_kernels.h"
+#include "storage/codes/memory_blocks.h"
+#include "storage/codes/row_kernels.h"
 
 void FloatRowStorage::ScalableFree::operator()(float* rows) const { free_scalable(rows); }
 

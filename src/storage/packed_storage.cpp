@@ -7,10 +7,10 @@
 #include "shell/protocol/reply.h"
 #include "storage/block_row_stream.h"
 #include "storage/entropy_row_stream.h"
-#include "storage/memory_blocks.h"
-#include "storage/row_kernels.h"
-#include "storage/sum_kernels.h"
-#include "storage/value_forms.h"
+#include "storage/codes/memory_blocks.h"
+#include "storage/codes/row_kernels.h"
+#include "storage/codes/sum_kernels.h"
+#include "storage/codes/value_forms.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "shell/protocol/reply.h"
-#include "storage/memory_blocks.h"
+#include "storage/codes/memory_blocks.h"
 
 namespace {
 

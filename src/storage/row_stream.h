@@ -12,7 +12,7 @@
 #include <atomic>
 #include <cstdint>
 
-#include "storage/byte_channel.h"
+#include "storage/codes/byte_channel.h"
 
 // Bytes moved through the streams since the storage was allocated, for the
 // solver's progress report. Added to atomically by every stream's end of pass.

@@ -19,7 +19,7 @@
 #include <span>
 
 #include "storage/aligned_vector.h"
-#include "storage/byte_channel.h"
+#include "storage/codes/byte_channel.h"
 
 class RowStream;
 

@@ -10,10 +10,10 @@
 #include <vector>
 
 #include "shell/protocol/reply.h"
-#include "storage/block_row_code.h"
-#include "storage/memory_blocks.h"
-#include "storage/sum_kernels.h"
-#include "storage/value_forms.h"
+#include "storage/codes/block_row_code.h"
+#include "storage/codes/memory_blocks.h"
+#include "storage/codes/sum_kernels.h"
+#include "storage/codes/value_forms.h"
 
 namespace {
 

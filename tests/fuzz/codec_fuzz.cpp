@@ -15,7 +15,7 @@
 
 #include "storage/coder_streams.h"
 #include "storage/legacy_coder_writers.h"
-#include "storage/row_transform.h"
+#include "storage/codes/row_transform.h"
 
 namespace {
 

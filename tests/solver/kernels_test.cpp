@@ -10,7 +10,7 @@
 
 #include "shell/protocol/cpu_info.h"
 #include "shell/protocol/processor.h"
-#include "solver/kernels.h"
+#include "solver/kernels/kernels.h"
 #include "tree/board_test_support.h"
 #include "tree/boards.h"
 

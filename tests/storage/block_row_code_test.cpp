@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "storage/block_row_code.h"
+#include "storage/codes/block_row_code.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "storage/block_row_code.h"
+#include "storage/codes/block_row_code.h"
 #include "storage/block_row_stream.h"
 #include "storage/memory_channel.h"
 

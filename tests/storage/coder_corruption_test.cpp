@@ -10,7 +10,7 @@
 
 #include "coder_streams.h"
 #include "legacy_coder_writers.h"
-#include "storage/row_transform.h"
+#include "storage/codes/row_transform.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <random>
 #include <vector>
 
-#include "storage/codec.h"
+#include "storage/codes/codec.h"
 
 struct MemoryStreams {
     std::vector<uint8_t> bytes[codec_stream_count];

@@ -1,4 +1,4 @@
-#include "storage/entropy_coder.h"
+#include "storage/codes/entropy_coder.h"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "coder_streams.h"
-#include "storage/row_transform.h"
+#include "storage/codes/row_transform.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "storage/fse.h"
+#include "storage/codes/fse.h"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,7 @@
 #include <random>
 #include <vector>
 
-#include "storage/fse_table.h"
+#include "storage/codes/fse_table.h"
 
 namespace {
 

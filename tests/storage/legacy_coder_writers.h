@@ -5,10 +5,10 @@
 #include <cstdint>
 #include <vector>
 
-#include "storage/codec.h"
-#include "storage/range_coder.h"
-#include "storage/run_coder.h"
-#include "storage/split_tree.h"
+#include "storage/codes/codec.h"
+#include "storage/codes/range_coder.h"
+#include "storage/codes/run_coder.h"
+#include "storage/codes/split_tree.h"
 
 class RunCoder final : public CodecWriter {
 public:

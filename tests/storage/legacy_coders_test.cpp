@@ -7,8 +7,8 @@
 
 #include "coder_streams.h"
 #include "legacy_coder_writers.h"
-#include "storage/row_transform.h"
-#include "storage/split_tree.h"
+#include "storage/codes/row_transform.h"
+#include "storage/codes/split_tree.h"
 
 namespace {
 

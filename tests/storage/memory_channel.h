@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "storage/byte_channel.h"
+#include "storage/codes/byte_channel.h"
 
 class MemoryChannel : public ByteChannel {
 public:

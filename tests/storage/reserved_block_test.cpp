@@ -8,7 +8,7 @@
 #include <sstream>
 #include <string>
 
-#include "storage/memory_blocks.h"
+#include "storage/codes/memory_blocks.h"
 #include "storage/reserved_block.h"
 
 namespace {

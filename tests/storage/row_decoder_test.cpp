@@ -1,4 +1,4 @@
-#include "storage/row_decoder.h"
+#include "storage/codes/row_decoder.h"
 
 #include <gtest/gtest.h>
 
@@ -8,8 +8,8 @@
 
 #include "coder_streams.h"
 #include "memory_channel.h"
-#include "storage/block_row_code.h"
-#include "storage/row_transform.h"
+#include "storage/codes/block_row_code.h"
+#include "storage/codes/row_transform.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <random>
 #include <vector>
 
-#include "storage/row_kernels.h"
+#include "storage/codes/row_kernels.h"
 #include "storage/storage.h"
 
 namespace {

@@ -1,11 +1,11 @@
-#include "storage/row_transform.h"
+#include "storage/codes/row_transform.h"
 
 #include <gtest/gtest.h>
 
 #include <random>
 #include <vector>
 
-#include "storage/codec.h"
+#include "storage/codes/codec.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "storage/storage.h"
-#include "storage/sum_kernels.h"
+#include "storage/codes/sum_kernels.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <random>
 #include <vector>
 
-#include "storage/value_forms.h"
+#include "storage/codes/value_forms.h"
 
 namespace {
 

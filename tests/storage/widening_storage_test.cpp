@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "storage/memory_channel.h"
-#include "storage/memory_blocks.h"
+#include "storage/codes/memory_blocks.h"
 #include "storage/storage_assignment.h"
 #include "storage/widening_storage.h"
 

@@ -1,0 +1,86 @@
+// Scalar reference of the row kernels, and the run-time choice between them.
+#include <algorithm>
+#include <cmath>
+
+#include "storage/codes/row_kernels.h"
+#include "storage/codes/row_kernels_hand.h"
+
+namespace {
+
+void strategy_f32_scalar(const float* values, int stride, int actions, int hands,
+                         float* const* out, std::span<const float> defaults) {
+    for (int h = 0; h < hands; ++h) row_rules::strategy_f32(values, stride, actions, h, out, defaults);
+}
+
+void strategy_u16_scalar(const uint16_t* values, int stride, int actions, int hands,
+                         float* const* out, std::span<const float> defaults) {
+    if (actions == 2) {
+        const float first_default = row_rules::default_of(defaults, 0);
+        for (int h = 0; h < hands; ++h) row_rules::strategy_u16_pair(values, stride, h, out, first_default);
+        return;
+    }
+    for (int h = 0; h < hands; ++h) row_rules::strategy_u16(values, stride, actions, h, out, defaults);
+}
+
+void update_f32_scalar(float* row, const float* action, const float* node, int hands,
+                       const uint8_t* frozen) {
+    for (int h = 0; h < hands; ++h) {
+        if (frozen && frozen[h]) continue;
+        row_rules::update_f32(row, action, node, h);
+    }
+}
+
+void update_u16_scalar(uint16_t* row, const float* action, const float* node, int hands,
+                       const uint8_t* frozen, float gain, float threshold) {
+    for (int h = 0; h < hands; ++h) {
+        if (frozen && frozen[h]) continue;
+        row_rules::update_u16(row, action, node, h, gain, threshold);
+    }
+}
+
+void add_strategy_f32_scalar(float* sums, const float* strategy, const float* reach, float weight,
+                             int hands, const uint8_t* frozen) {
+    for (int h = 0; h < hands; ++h) {
+        if (frozen && frozen[h]) continue;
+        row_rules::add_strategy(sums, strategy, reach, weight, h);
+    }
+}
+
+}  // namespace
+
+const RowKernels scalar_row_kernels = {
+    strategy_f32_scalar, strategy_u16_scalar, update_f32_scalar, update_u16_scalar, add_strategy_f32_scalar,
+};
+
+bool cpu_supports_avx2() {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx2");
+}
+
+const RowKernels& row_kernels() {
+    static const RowKernels& chosen = cpu_supports_avx2() ? avx2_row_kernels : scalar_row_kernels;
+    return chosen;
+}
+
+U16UpdateFactors u16_update_factors(double scale) {
+    const double root = std::sqrt(scale);
+    return {static_cast<float>(root * std::sqrt(root)), static_cast<float>(1.0 / scale)};
+}
+
+void pool_tied_hands(uint16_t* row, int hands, std::span<const int16_t> runs) {
+    int position = 0;
+    for (const int16_t run : runs) {
+        if (run < 1) {
+            position = std::max(position + run, 0);
+            continue;
+        }
+        const int end = std::min(position + run, hands);
+        if (position < end) {
+            uint32_t sum = 0;
+            for (int h = position; h < end; ++h) sum += row[h];
+            const auto mean = static_cast<uint16_t>(sum / uint32_t(end - position));
+            std::fill(row + position, row + end, mean);
+        }
+        position += run;
+    }
+}
