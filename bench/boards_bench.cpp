@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "model/cards.h"
-#include "shell/protocol/game_setup.h"
 #include "model/hand_strength.h"
+#include "shell/protocol/game_setup.h"
 #include "tree/boards.h"
 
 namespace {

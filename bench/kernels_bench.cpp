@@ -13,9 +13,9 @@
 #include <vector>
 
 #include "model/cards.h"
-#include "shell/protocol/game_setup.h"
 #include "model/hand_strength.h"
 #include "shell/protocol/cpu_info.h"
+#include "shell/protocol/game_setup.h"
 #include "solver/kernels/kernels.h"
 #include "tree/boards.h"
 

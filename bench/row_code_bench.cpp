@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "bench_timing.h"
+#include "shell/protocol/processor.h"
 #include "storage/codes/block_row_code.h"
 
 namespace {
@@ -104,7 +105,7 @@ int main() {
     const auto sums = make_rows<uint32_t>(0.4, 24.0, random);
     std::printf("block row code, %d rows of %d values, one core (thread time), median of %d runs\n", row_count, hands, runs);
     std::vector<const BlockRowCodec*> codecs = {&scalar_block_row_codec};
-    if (block_row_avx2_available()) codecs.push_back(&avx2_block_row_codec);
+    if (avx2_runs()) codecs.push_back(&avx2_block_row_codec);
     for (const BlockRowCodec* codec : codecs) bench_width("16-bit regrets", *codec, regrets);
     for (const BlockRowCodec* codec : codecs) bench_width("32-bit strategy sums", *codec, sums);
     return 0;

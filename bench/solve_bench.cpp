@@ -24,9 +24,9 @@
 
 #include "bench_spot.h"
 #include "model/cards.h"
-#include "shell/protocol/game_setup.h"
 #include "model/hand_strength.h"
 #include "shell/commands.h"
+#include "shell/protocol/game_setup.h"
 #include "shell/protocol/settings.h"
 #include "solver/results.h"
 #include "solver/solver_driver.h"

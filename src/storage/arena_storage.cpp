@@ -8,9 +8,9 @@
 #include "shell/protocol/reply.h"
 #include "storage/codes/block_row_code.h"
 #include "storage/codes/memory_blocks.h"
-#include "storage/prefetch.h"
 #include "storage/codes/row_kernels.h"
 #include "storage/codes/value_forms.h"
+#include "storage/prefetch.h"
 
 ArenaStorage::ArenaStorage(const RowLayout* layout) : LayoutStorage(layout) {}
 

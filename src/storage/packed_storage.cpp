@@ -6,11 +6,11 @@
 
 #include "shell/protocol/reply.h"
 #include "storage/block_row_stream.h"
-#include "storage/entropy_row_stream.h"
 #include "storage/codes/memory_blocks.h"
 #include "storage/codes/row_kernels.h"
 #include "storage/codes/sum_kernels.h"
 #include "storage/codes/value_forms.h"
+#include "storage/entropy_row_stream.h"
 
 namespace {
 

@@ -10,9 +10,9 @@
 #include <vector>
 
 #include "shell/protocol/game_setup.h"
+#include "storage/storage.h"
 #include "tree/capture_cache.h"
 #include "tree/subgame_cache.h"
-#include "storage/storage.h"
 
 struct RootBoard;
 struct CaptureRequest;

@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "storage/coder_streams.h"
-#include "storage/legacy_coder_writers.h"
 #include "storage/codes/row_transform.h"
+#include "storage/legacy_coder_writers.h"
 
 namespace {
 

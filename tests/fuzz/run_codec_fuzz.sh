@@ -28,6 +28,8 @@ sources=(
   "$root/src/storage/codes/run_coder.cpp"
   "$root/src/storage/codes/split_tree.cpp"
   "$root/src/storage/codes/transformed_row_reader.cpp"
+  "$root/src/shell/protocol/cpu_info.cpp"
+  "$root/src/shell/protocol/processor.cpp"
   "$root/src/shell/protocol/reply.cpp"
   "$root/src/shell/protocol/settings.cpp"
   "$root/src/shell/protocol/tokens.cpp"

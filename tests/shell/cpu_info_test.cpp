@@ -8,8 +8,8 @@
 #include <stdexcept>
 
 #include "shell/avx_gate.h"
-#include "shell/protocol/processor.h"
 #include "shell/processor_commands.h"
+#include "shell/protocol/processor.h"
 #include "shell/protocol/settings.h"
 
 namespace {

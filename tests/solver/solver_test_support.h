@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "model/cards.h"
-#include "shell/protocol/game_setup.h"
 #include "model/hand_strength.h"
 #include "model/lines.h"
+#include "shell/protocol/game_setup.h"
 #include "shell/protocol/settings.h"
 #include "tree/build.h"
 #include "tree/engine.h"

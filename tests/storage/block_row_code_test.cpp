@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "shell/protocol/processor.h"
 #include "storage/codes/block_row_code.h"
 
 namespace {
@@ -15,7 +16,7 @@ using Bytes = std::vector<uint8_t>;
 // Every implementation of the 16- and 32-bit code that this processor runs.
 std::vector<const BlockRowCodec*> codecs() {
     std::vector<const BlockRowCodec*> all = {&scalar_block_row_codec};
-    if (block_row_avx2_available()) all.push_back(&avx2_block_row_codec);
+    if (avx2_runs()) all.push_back(&avx2_block_row_codec);
     return all;
 }
 

@@ -6,8 +6,8 @@
 #include <stdexcept>
 #include <vector>
 
-#include "storage/codes/block_row_code.h"
 #include "storage/block_row_stream.h"
+#include "storage/codes/block_row_code.h"
 #include "storage/memory_channel.h"
 
 namespace {

@@ -8,6 +8,7 @@
 #include <random>
 #include <vector>
 
+#include "shell/protocol/processor.h"
 #include "storage/codes/row_kernels.h"
 #include "storage/storage.h"
 
@@ -16,7 +17,7 @@ namespace {
 class RowKernelsTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        if (!cpu_supports_avx2()) GTEST_SKIP() << "no AVX2 on this processor";
+        if (!avx2_runs()) GTEST_SKIP() << "no AVX2 on this processor";
     }
 
     std::vector<float> values(int count, float low, float high) {

@@ -8,15 +8,16 @@
 #include <random>
 #include <vector>
 
-#include "storage/storage.h"
+#include "shell/protocol/processor.h"
 #include "storage/codes/sum_kernels.h"
+#include "storage/storage.h"
 
 namespace {
 
 class SumKernelsTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        if (!cpu_supports_avx2()) GTEST_SKIP() << "no AVX2 on this processor";
+        if (!avx2_runs()) GTEST_SKIP() << "no AVX2 on this processor";
     }
 
     std::mt19937 random{4242};

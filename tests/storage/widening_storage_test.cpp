@@ -9,8 +9,8 @@
 #include <stdexcept>
 #include <vector>
 
-#include "storage/memory_channel.h"
 #include "storage/codes/memory_blocks.h"
+#include "storage/memory_channel.h"
 #include "storage/storage_assignment.h"
 #include "storage/widening_storage.h"
 

@@ -6,8 +6,8 @@
 #include <string>
 
 #include "model/cards.h"
-#include "shell/protocol/game_setup.h"
 #include "model/hand_strength.h"
+#include "shell/protocol/game_setup.h"
 
 inline void prepare_tables() {
     init_combo_tables();

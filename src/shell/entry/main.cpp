@@ -15,12 +15,12 @@
 #include "model/cards.h"
 #include "model/hand_strength.h"
 #include "shell/avx_gate.h"
-#include "shell/protocol/cpu_info.h"
 #include "shell/commands.h"
 #include "shell/process_watcher.h"
+#include "shell/protocol/cpu_info.h"
 #include "shell/protocol/settings.h"
-#include "shell/shell_commands.h"
 #include "shell/protocol/tokens.h"
+#include "shell/shell_commands.h"
 #include "solver/solver_driver.h"
 
 namespace {

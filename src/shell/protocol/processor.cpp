@@ -29,11 +29,15 @@ VectorIsa choose_kernel_isa(bool avx512_wanted, bool avx2_runs, bool avx512_runs
     return VectorIsa::avx;
 }
 
-VectorIsa kernel_isa() {
+bool avx2_runs() {
     // The processor does not change while the program runs.
-    static const bool avx2_runs = can_run_avx2_kernels();
+    static const bool runs = can_run_avx2_kernels();
+    return runs;
+}
+
+VectorIsa kernel_isa() {
     static const bool avx512_runs = can_run_avx512_kernels();
-    return choose_kernel_isa(avx512_enabled, avx2_runs, avx512_runs);
+    return choose_kernel_isa(avx512_enabled, avx2_runs(), avx512_runs);
 }
 
 bool river_batch_enabled(int level) { return level > 1; }

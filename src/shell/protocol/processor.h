@@ -18,6 +18,11 @@ enum class VectorIsa { avx, avx2, avx512 };
 // 256-bit one with AVX2 and FMA when available; else plain AVX. Asking for
 // AVX-512 on a processor without it falls back instead of faulting.
 VectorIsa choose_kernel_isa(bool avx512_wanted, bool avx2_runs, bool avx512_runs);
+// Whether the AVX2 variants can run here: the processor has AVX2 and FMA and
+// the system saves their registers. Asked once. Every part that has an AVX2
+// variant (the walk's kernels, the row codes, the stores' row loops) chooses
+// by this, so one answer holds for the whole program.
+bool avx2_runs();
 // The same for this machine and the current switch; cheap enough to ask on
 // every kernel call, so a changed switch takes effect at once.
 VectorIsa kernel_isa();

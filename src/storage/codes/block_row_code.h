@@ -51,9 +51,7 @@ struct BlockRowCodec {
 extern const BlockRowCodec scalar_block_row_codec;
 extern const BlockRowCodec avx2_block_row_codec;
 
-// Whether this processor runs the AVX2 version.
-bool block_row_avx2_available();
-// The version the program uses: AVX2 when the processor has it.
+// The version the program uses: AVX2 when it runs here (avx2_runs).
 const BlockRowCodec& block_row_codec();
 
 inline int encode_block_row16(const uint16_t* row, int count, uint8_t* out) {

@@ -48,9 +48,7 @@ struct RowKernels {
 extern const RowKernels scalar_row_kernels;
 extern const RowKernels avx2_row_kernels;  // only on a processor with AVX2
 
-bool cpu_supports_avx2();
-
-// The kernels for this processor, chosen once.
+// The kernels for this processor (see avx2_runs), chosen once.
 const RowKernels& row_kernels();
 
 struct U16UpdateFactors {

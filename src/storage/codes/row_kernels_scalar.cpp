@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "shell/protocol/processor.h"
 #include "storage/codes/row_kernels.h"
 #include "storage/codes/row_kernels_hand.h"
 
@@ -52,13 +53,8 @@ const RowKernels scalar_row_kernels = {
     strategy_f32_scalar, strategy_u16_scalar, update_f32_scalar, update_u16_scalar, add_strategy_f32_scalar,
 };
 
-bool cpu_supports_avx2() {
-    __builtin_cpu_init();
-    return __builtin_cpu_supports("avx2");
-}
-
 const RowKernels& row_kernels() {
-    static const RowKernels& chosen = cpu_supports_avx2() ? avx2_row_kernels : scalar_row_kernels;
+    static const RowKernels& chosen = avx2_runs() ? avx2_row_kernels : scalar_row_kernels;
     return chosen;
 }
 

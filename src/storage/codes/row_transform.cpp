@@ -2,6 +2,7 @@
 
 #include <immintrin.h>
 
+#include "shell/protocol/processor.h"
 #include "shell/protocol/reply.h"
 #include "storage/codes/codec.h"
 
@@ -57,12 +58,6 @@ TransformedRow transform16_avx(const uint16_t* row, const uint16_t* previous, in
 [[gnu::target("avx2")]] TransformedRow transform16_avx2(const uint16_t* row, const uint16_t* previous, int count,
                                                         uint32_t* a, uint32_t* b) {
     return transform_body(row, previous, count, a, b);
-}
-
-// The processor does not change while the program runs.
-bool processor_has_avx2() {
-    static const bool has = __builtin_cpu_supports("avx2");
-    return has;
 }
 
 // ---------------------------------------------------------------------------
@@ -126,14 +121,14 @@ void untransform_body(const uint32_t* coded, int flag, const Value* previous, in
 TransformedRow transform_row32(const uint32_t* row, const uint32_t* previous, int count, uint32_t* scratch,
                                uint32_t* second_scratch) {
     check_row_length(count);
-    if (processor_has_avx2()) return transform32_avx2(row, previous, count, scratch, second_scratch);
+    if (avx2_runs()) return transform32_avx2(row, previous, count, scratch, second_scratch);
     return transform32_avx(row, previous, count, scratch, second_scratch);
 }
 
 TransformedRow transform_row16(const uint16_t* row, const uint16_t* previous, int count, uint32_t* scratch,
                                uint32_t* second_scratch) {
     check_row_length(count);
-    if (processor_has_avx2()) return transform16_avx2(row, previous, count, scratch, second_scratch);
+    if (avx2_runs()) return transform16_avx2(row, previous, count, scratch, second_scratch);
     return transform16_avx(row, previous, count, scratch, second_scratch);
 }
 

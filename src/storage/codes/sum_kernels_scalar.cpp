@@ -1,4 +1,5 @@
 // Scalar reference of the strategy-sum kernels, and the run-time choice.
+#include "shell/protocol/processor.h"
 #include "storage/codes/sum_kernels.h"
 
 namespace {
@@ -41,6 +42,6 @@ const SumKernels scalar_sum_kernels = {
 };
 
 const SumKernels& sum_kernels() {
-    static const SumKernels& chosen = cpu_supports_avx2() ? avx2_sum_kernels : scalar_sum_kernels;
+    static const SumKernels& chosen = avx2_runs() ? avx2_sum_kernels : scalar_sum_kernels;
     return chosen;
 }
