@@ -11,10 +11,6 @@
 
 namespace {
 
-void require_tree() {
-    if (!tree_ready || !engine) throw_command_error("missing/incorrect tree");
-}
-
 // Equity as a share of the pot, 0 to 1.
 void as_pot_share(RangeVector& equities) {
     for (double& x : equities) x = 0.5 * (1.0 + x);
@@ -22,7 +18,6 @@ void as_pot_share(RangeVector& equities) {
 
 // Equities at the tree's root, on the board's own cards.
 EquityVectors root_equities(Player player) {
-    require_tree();
     EquityVectors result = equity_vectors(engine->fixed_turn, engine->fixed_river, range_at(1 - player, std::string()));
     as_pot_share(result.equities);
     return result;

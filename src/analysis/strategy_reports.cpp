@@ -53,7 +53,6 @@ void cmd_show_strategy_pp(const Tokens& tokens) {
 }
 
 void cmd_show_range(const Tokens& tokens) {
-    if (tokens.size() < 2) throw_argument_error();
     const Player player = player_argument(tokens[1]);
     const RangeVector range = range_at(player, tokens.size() > 2 ? tokens[2] : std::string());
     reply_text(values_line(in_hand_order(range), "%.12g", "0"));

@@ -92,7 +92,6 @@ void cmd_set_pot(const Tokens& tokens) {
 void cmd_set_eff_stack(const Tokens& tokens) { reply_ok(tokens); }
 
 void cmd_show_effective_stack(const Tokens&) {
-    if (!tree_ready) throw_command_error("missing/incorrect tree");
     reply("%d\n", effective_stack);
 }
 

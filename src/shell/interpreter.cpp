@@ -4,16 +4,13 @@
 
 #include "shell/commands.h"
 #include "shell/process_watcher.h"
+#include "shell/protocol/game_setup.h"
 #include "shell/protocol/settings.h"
 #include "shell/protocol/tokens.h"
+#include "solver/solver_driver.h"
+#include "tree/engine.h"
 
 namespace {
-
-const CommandEntry* find_command(const std::string& name) {
-    for (const auto& entry : command_table())
-        if (name == entry.name) return &entry;
-    return nullptr;
-}
 
 void echo_line(const Tokens& tokens) {
     std::lock_guard lock(output_mutex);
@@ -23,6 +20,21 @@ void echo_line(const Tokens& tokens) {
     fputc('\n', stdout);
 }
 
+bool tree_built() { return tree_ready && engine; }
+
+// The checks a row asks for, in the order clients see their refusals: the
+// token count, the player word, the tree, the running solver.
+void check_line(const CommandEntry& command, const Tokens& tokens) {
+    if (command.arg_count > 0 && static_cast<size_t>(command.arg_count) != tokens.size()) throw_argument_error();
+    current_command = tokens[0];
+    if ((command.checks & player_word) && (tokens.size() < 2 || !player_from_name(tokens[1])))
+        throw_argument_error();
+    const bool tree_needed = (command.checks & needs_tree) || ((command.checks & tree_for_path) && tokens.size() > 2);
+    if (tree_needed && !tree_built()) throw_command_error("missing/incorrect tree");
+    if ((command.checks & not_while_solving) && solver_running())
+        throw_command_error("Can't do that when solver is running");
+}
+
 void dispatch(const Tokens& tokens) {
     const CommandEntry* entry = find_command(tokens[0]);
     if (!entry) {
@@ -30,10 +42,9 @@ void dispatch(const Tokens& tokens) {
         return;
     }
     command_word = tokens[0];
-    if (entry->arg_count > 0 && static_cast<size_t>(entry->arg_count) != tokens.size())
-        throw_argument_error();
-    current_command = entry->name;
-    entry->handler(tokens);
+    const CommandEntry& command = command_of(*entry);
+    check_line(command, tokens);
+    command.handler(tokens);
 }
 
 }  // namespace

@@ -48,10 +48,8 @@ bool is_existing_file(const std::string& path) {
 
 void cmd_help(const Tokens&) {
     std::vector<std::string> names;
-    for (const auto& entry : command_table()) {
-        const std::string name = entry.name;
-        if (name.rfind("ai6_", 0) != 0) names.push_back(name);
-    }
+    for (const auto& entry : command_table())
+        if (!entry.alias_of) names.push_back(entry.name);
     std::sort(names.begin(), names.end());
     for (const auto& name : names) reply("%s\n", name.c_str());
     reply("END\n");

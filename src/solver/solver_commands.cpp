@@ -7,17 +7,7 @@
 #include "solver/solver_driver.h"
 #include "storage/row_stream.h"
 
-namespace {
-
-void require_tree() {
-    if (!tree_ready || !engine) throw_command_error("missing/incorrect tree");
-}
-
-}  // namespace
-
 void cmd_go(const Tokens& tokens) {
-    require_tree();
-    if (solver_running()) throw_command_error("Can't do that when solver is running");
     if (!tree_complete()) throw_command_error("incomplete tree");
     reset_progress_reports();
     int limit = 0;
@@ -54,7 +44,6 @@ void cmd_stop(const Tokens& tokens) {
 void cmd_wait_for_solver(const Tokens&) { wait_for_solver_end(); }
 
 void cmd_calc_results(const Tokens&) {
-    require_tree();
     const SolverProgressRecord r = calc_results_now();
     const double h = pot / 2;
     reply("EV OOP: %.3f\nEV IP: %.3f\nOOP's MES: %.3f\nIP's MES: %.3f\nExploitable for: %.3f\nEND\n", r.ev_oop + h,

@@ -140,12 +140,11 @@ void solver_thread() {
         }
     }
 
-    // Both flags are cleared while the handle still says "running": once it
-    // is null a `go` may start the next thread, whose run they describe; a
-    // late clear would drop its stop or let free_tree take its tree away.
-    // (The thread no longer touches the engine.)
+    // The flag is cleared while the handle still says "running": once it is
+    // null a `go` may start the next thread, whose run it describes, and a
+    // late clear would drop that run's stop. (The thread no longer touches
+    // the engine.)
     stop_requested = false;
-    solver_active = false;
     {
         std::lock_guard lock(handle_mutex);
         std::thread* self = solver_handle.exchange(nullptr);
@@ -226,7 +225,6 @@ bool start_solver(int32_t limit, bool steps) {
         std::lock_guard lock(engine_lock);
         if (!open_all_storage(e)) return false;
     }
-    solver_active = true;
     {
         std::lock_guard lock(solver_done_lock);
         ++running_threads;
@@ -234,7 +232,6 @@ bool start_solver(int32_t limit, bool steps) {
     // A thread that can't be had leaves no run behind, and the start counts
     // as done all the same.
     const auto no_thread = [] {
-        solver_active = false;
         {
             std::lock_guard lock(start_gate_mutex);
             start_announced = true;

@@ -41,6 +41,8 @@ void release_solver_start();
 void request_solver_stop();
 // Blocks until the thread has ended and said so.
 void wait_for_solver_end();
+// True from `go` until the thread has ended: the one test of a running
+// solver, by which commands that change the tree refuse.
 bool solver_running();
 bool tree_complete();
 

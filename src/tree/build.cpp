@@ -240,7 +240,6 @@ void build_game(bool choose) {
 }
 
 void cmd_build_tree(const Tokens& tokens) {
-    if (solver_active) throw_command_error("Can't do that when solver is running");
     if (!player_range[0] || !player_range[1]) throw_command_error("ranges not set");
     if (card_count(flop_mask) != 3) throw_command_error("board not set");
     if (!schematic_tree || schematic_tree->children.empty()) throw_command_error("lines not set");

@@ -151,9 +151,6 @@ private:
 
 // Held by every walk and by the commands that read the tree meanwhile.
 extern FifoMutex engine_lock;
-// True while the solver thread exists. Commands that replace or reload the
-// tree refuse meanwhile, rather than pull it from under the thread.
-inline std::atomic<bool> solver_active{false};
 
 // Destroys the engine, if any, and marks the tree absent.
 void destroy_engine();

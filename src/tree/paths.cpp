@@ -15,10 +15,6 @@ namespace {
 
 [[noreturn]] void throw_incorrect_path() { throw_command_error("incorrect path"); }
 
-void require_tree() {
-    if (!tree_ready || !engine) throw_command_error("missing/incorrect tree");
-}
-
 std::vector<std::string> split_path(const std::string& text) {
     std::vector<std::string> parts;
     size_t start = 0;
@@ -55,7 +51,6 @@ NodeRef root_position() { return {schematic_tree.get(), engine->fixed_turn, engi
 int game_street(const SchematicNode& node) { return first_street + node.street; }
 
 NodeRef parse_path(const std::string& text) {
-    require_tree();
     const std::vector<std::string> parts = split_path(text);
     if (parts[0] != "r") throw_incorrect_path();
     if (parts.size() == 1) return {nullptr, engine->fixed_turn, engine->fixed_river, false};
@@ -218,8 +213,6 @@ void cmd_show_children(const Tokens& tokens) {
 }
 
 void cmd_cut_line(const Tokens& tokens) {
-    require_tree();
-    if (solver_active) throw_command_error("Can't do that when solver is running");
     const NodeRef ref = parse_path(tokens[1]);
     if (!ref.node || ref.node == schematic_tree.get()) throw_command_error("can't cut root");
     remove_node(*ref.node);
@@ -277,7 +270,6 @@ void reply_counts(const char* title, const PositionCounts& counts) {
 }  // namespace
 
 void cmd_node_count(const Tokens&) {
-    require_tree();
     TreeCounts counts;
     count_positions(*schematic_tree, counts);
     reply_counts("H_DEC", counts.player[1]);
@@ -293,8 +285,6 @@ void cmd_node_count(const Tokens&) {
 }
 
 void cmd_free_tree(const Tokens& tokens) {
-    // The solver thread walks the tree: it stays until the run has ended.
-    if (solver_active) throw_command_error("Can't do that when solver is running");
     destroy_engine();
     skip_values = false;
     reply("%s ok!\n", tokens[0].c_str());

@@ -21,6 +21,7 @@ struct NodeRef {
 // Street of a schematic node in the game (1 flop, 2 turn, 3 river).
 int game_street(const SchematicNode& node);
 
+// Needs a built tree: the command table refuses commands without one.
 NodeRef parse_path(const std::string& text);
 std::string action_token(const NodeRef& ref, int child);
 const char* node_type_text(const NodeRef& ref);
