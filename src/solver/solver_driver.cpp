@@ -8,15 +8,12 @@
 #include <chrono>
 #include <cmath>
 #include <condition_variable>
-#include <cstdio>
 #include <new>
 #include <string>
 #include <system_error>
 #include <thread>
 #include <vector>
 
-#include "shell/protocol/game_setup.h"
-#include "shell/protocol/reply.h"
 #include "shell/protocol/settings.h"
 #include "solver/walk.h"
 #include "storage/row_stream.h"
@@ -56,10 +53,7 @@ int running_threads = 0;
 int32_t init_value = 0;
 long long warm_up_sum = 0;
 
-const char* const reason_requested = "requested";
-const char* const reason_accuracy = "required accuracy reached";
-const char* const reason_steps = "required number of steps done";
-const char* const reason_timeout = "timeout reached";
+SolverListener listener;
 
 // The engine's count as the solver thread sees it. set_compression may
 // replace the stores (and zero the count) between any two walks, under
@@ -83,12 +77,29 @@ SolverProgressRecord compute_record(SubgameEngine& e, uint64_t elapsed_ns) {
     return record;
 }
 
+// Hands the newest record that was not reported yet to the listener.
+void report_newest_record() {
+    int count = 0;
+    const std::unique_ptr<SolverProgressRecord[]> records = copy_history(count);
+    if (count <= reported_count) return;
+    reported_count = count;
+    SolverReport report;
+    report.record = records[count - 1];
+    report.storage_read_bytes = storage_read_bytes;
+    report.storage_write_bytes = storage_write_bytes;
+    report.cpu_seconds = cpu_seconds;
+    report.peak_resident_bytes = peak_resident_bytes();
+    report.iterations = engine ? iterations_done(*engine) : 0;
+    if (listener.progress) listener.progress(report);
+    std::this_thread::yield();
+}
+
 void solver_thread() {
     _mm_setcsr(_mm_getcsr() | 0x8040);
     {
         std::unique_lock lock(start_gate_mutex);
         start_gate.wait(lock, [] { return !start_held; });
-        solver_print("SOLVER: started\n");
+        if (listener.started) listener.started();
         start_announced = true;
     }
     start_gate.notify_all();
@@ -99,7 +110,7 @@ void solver_thread() {
     const uint64_t start_ns = clock_ns();
     uint64_t last_report_ns = start_ns;
     int64_t min_gap_ms = 0;
-    const char* reason = reason_requested;
+    SolverStop reason = SolverStop::requested;
 
     while (!stop_requested) {
         {
@@ -122,20 +133,20 @@ void solver_thread() {
                     history.push_back(record);
                 }
                 cpu_seconds = process_cpu_seconds() - cpu_start;
-                report_progress();
+                report_newest_record();
                 if (accuracy >= record.exploitable) {
-                    reason = reason_accuracy;
+                    reason = SolverStop::accuracy_reached;
                     break;
                 }
             }
         }
         if (limit_is_steps) {
             if (start_iterations + run_limit <= it) {
-                reason = reason_steps;
+                reason = SolverStop::steps_done;
                 break;
             }
         } else if (run_limit > 0 && static_cast<int64_t>((clock_ns() - start_ns) / 1000000000) >= run_limit) {
-            reason = reason_timeout;
+            reason = SolverStop::timeout;
             break;
         }
     }
@@ -151,7 +162,7 @@ void solver_thread() {
         self->detach();
         delete self;
     }
-    solver_print("SOLVER: stopped (%s)\n", reason);
+    if (listener.stopped) listener.stopped(reason);
     // Notified under the lock: a waiter that sees the count reach 0 may go
     // on to end the process, and the condition must not be in use by then.
     std::lock_guard lock(solver_done_lock);
@@ -193,6 +204,8 @@ void libsubgame_init(int32_t value) {
     for (int i = 0; i < 1000; ++i) sum += static_cast<long long>(i) * (omp_get_thread_num() + 1);
     warm_up_sum += sum;
 }
+
+void set_solver_listener(const SolverListener& l) { listener = l; }
 
 void hold_solver_start() {
     std::lock_guard lock(start_gate_mutex);
@@ -285,39 +298,6 @@ void clear_solver_history() {
 }
 
 void reset_progress_reports() { reported_count = 0; }
-
-void report_progress() {
-    int count = 0;
-    const std::unique_ptr<SolverProgressRecord[]> records = copy_history(count);
-    if (count <= reported_count) return;
-    reported_count = count;
-    const SolverProgressRecord& r = records[count - 1];
-    // set_pot may run meanwhile; it stores the pot atomically too.
-    const double h = std::atomic_ref<double>(pot).load(std::memory_order_relaxed) / 2;
-    if (front_end_mode) {
-        solver_print("#SOLVER:\trunning time: %.3f\tEV OOP: %.3f\tEV IP: %.3f\tOOP's MES: %.3f\tIP's MES: "
-                     "%.3f\tExploitable for: %.3f\tEND\n",
-                     r.running_time, r.ev_oop + h, r.ev_ip + h, r.mes_oop + h, r.mes_ip + h, r.exploitable);
-    } else {
-        char text[512];
-        std::snprintf(text, sizeof text,
-                      "SOLVER:\nrunning time: %.3f\nEV OOP: %.3f\nEV IP: %.3f\nOOP's MES: %.3f\nIP's MES: "
-                      "%.3f\nExploitable for: %.3f\nEND\n",
-                      r.running_time, r.ev_oop + h, r.ev_ip + h, r.mes_oop + h, r.mes_ip + h, r.exploitable);
-        solver_print("%s", text);
-    }
-    solver_print("#%d iterations\n", r.iterations);
-    solver_print("#storage %d MB/s read, %d MB/s write\n",
-                 storage_megabytes_per_second(storage_read_bytes, r.running_time),
-                 storage_megabytes_per_second(storage_write_bytes, r.running_time));
-    if (verbosity > 0) {
-        solver_print("[%d iterations | cpu time %.1fs | peak working set %d MB]\n",
-                     engine ? iterations_done(*engine) : 0, cpu_seconds,
-                     static_cast<int>(peak_resident_bytes() >> 20));
-    }
-    std::fflush(stdout);
-    std::this_thread::yield();
-}
 
 double run_iteration(SubgameEngine& e) {
     {

@@ -1,5 +1,7 @@
 // Run control of the solver: the one background thread that iterates, its
-// stop rules, its progress lines and the history of results.
+// stop rules, its progress records and the history of results. The thread
+// hands what it has to say to a listener; the program's shell turns that into
+// protocol lines.
 #pragma once
 
 #include <cstdint>
@@ -20,6 +22,29 @@ struct SolverProgressRecord {
     double exploitable = 0;
 };
 static_assert(sizeof(SolverProgressRecord) == 56);
+
+// Why a run ended.
+enum class SolverStop { requested, accuracy_reached, steps_done, timeout };
+
+// A progress report: the newest record, with the figures that go beside it.
+struct SolverReport {
+    SolverProgressRecord record;
+    int64_t storage_read_bytes = 0;  // moved through the row streams so far
+    int64_t storage_write_bytes = 0;
+    double cpu_seconds = 0;          // process CPU time since the run began
+    int64_t peak_resident_bytes = 0;
+    int32_t iterations = 0;          // the engine's count when reported
+};
+
+// Called on the solver thread, in this order: started once, progress for
+// each new record, stopped once. Set before the first run; a missing entry
+// is skipped.
+struct SolverListener {
+    void (*started)() = nullptr;
+    void (*progress)(const SolverReport& report) = nullptr;
+    void (*stopped)(SolverStop reason) = nullptr;
+};
+void set_solver_listener(const SolverListener& listener);
 
 // Iterations between possible result computations.
 constexpr int32_t report_period = 25;
@@ -50,10 +75,8 @@ bool tree_complete();
 std::unique_ptr<SolverProgressRecord[]> copy_history(int& count);
 // Empties the history, as a new run or a new set of stores does.
 void clear_solver_history();
-// Forgets which records were printed (each `go` does).
+// Forgets which records were reported (each `go` does).
 void reset_progress_reports();
-// Prints the newest record not printed yet.
-void report_progress();
 
 // One iteration: a training walk for IP, then one for OOP. Returns the mean
 // of the two walks' values.

@@ -1,7 +1,6 @@
 #include "storage/entropy_row_stream.h"
 
 #include <climits>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
@@ -34,9 +33,7 @@ void ensure_capacity(GrowthBuffers& buffers, int stream, int64_t needed) {
     const int64_t capacity = (needed + step - 1) / step * step;
     void* grown = std::realloc(buffers.data[stream], static_cast<size_t>(capacity));
     if (!grown) {
-        printf("out of memory\n");
-        fflush(stdout);
-        std::abort();
+        abort_out_of_memory();
     }
     buffers.data[stream] = static_cast<uint8_t*>(grown);
     buffers.capacity[stream] = capacity;
@@ -137,7 +134,7 @@ void EntropyRowStream::end_read() {
 void EntropyRowStream::report_damage(const char* reason) {
     if (damage_reported_) return;
     damage_reported_ = true;
-    solver_print("%s\n", reason);
+    if (const StorageDamageListener listener = storage_damage_listener.load()) listener(reason);
 }
 
 void EntropyRowStream::put_row32(const uint32_t* row, const uint32_t* previous, int count) {

@@ -50,7 +50,8 @@ public:
 
     void put_row32(const uint32_t* row, const uint32_t* previous, int count) override;
     void put_row16(const uint16_t* row, const uint16_t* previous, int count) override;
-    // A damaged stream prints its reason once per pass and reads as zeros.
+    // A damaged stream tells storage_damage_listener its reason once per pass
+    // and reads as zeros.
     void get_row32(uint32_t* row, const uint32_t* previous, int count) override;
     void get_row16(uint16_t* row, const uint16_t* previous, int count) override;
 

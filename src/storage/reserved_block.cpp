@@ -3,7 +3,6 @@
 #include <sys/mman.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <utility>
 
@@ -12,22 +11,14 @@
 
 namespace {
 
-[[noreturn]] void die_not_enough_reserved() {
-    printf("out of memory (not enough reserved)\n");
-    fflush(stdout);
-    std::_Exit(1);
-}
+[[noreturn]] void die_not_enough_reserved() { fail_line("out of memory (not enough reserved)\n"); }
 
 [[noreturn]] void die_reserve_failed(int64_t bytes, int error) {
-    printf("Reserve %lld bytes fail (errno %d)\n", static_cast<long long>(bytes), error);
-    fflush(stdout);
-    std::_Exit(1);
+    fail_line("Reserve %lld bytes fail (errno %d)\n", static_cast<long long>(bytes), error);
 }
 
 [[noreturn]] void die_commit_failed(int64_t bytes, int error) {
-    printf("Commit %lld bytes fail (errno %d)\n", static_cast<long long>(bytes), error);
-    fflush(stdout);
-    std::_Exit(1);
+    fail_line("Commit %lld bytes fail (errno %d)\n", static_cast<long long>(bytes), error);
 }
 
 }  // namespace

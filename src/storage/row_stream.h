@@ -19,6 +19,12 @@
 extern std::atomic<int64_t> storage_read_bytes;
 extern std::atomic<int64_t> storage_write_bytes;
 
+// Told the reason when a stream finds its rows damaged (once per pass; the
+// rows then read as zeros), on whatever thread reads. Storage prints
+// nothing: the program's shell sets this and tells the client.
+using StorageDamageListener = void (*)(const char* reason);
+extern std::atomic<StorageDamageListener> storage_damage_listener;
+
 class RowStream {
 public:
     virtual ~RowStream() = default;

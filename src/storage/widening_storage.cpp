@@ -3,7 +3,6 @@
 #include <malloc.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
@@ -50,13 +49,6 @@ float* scaled_scratch(size_t values) {
     thread_local std::vector<float> scratch;
     if (scratch.size() < values) scratch.resize(values);
     return scratch.data();
-}
-
-// Mid-walk or mid-load there is no one to refuse to: the solve cannot go on.
-[[noreturn]] void out_of_memory() {
-    printf("out of memory\n");
-    fflush(stdout);
-    std::abort();
 }
 
 uint32_t clamp_to_width(float value, uint32_t ceiling) {
@@ -128,7 +120,7 @@ void WideningStorage::widen(int group) {
     Group& target = groups_[group];
     const int span = layout_->spans[group].span;
     uint8_t* wide = allocate_block(wide_bytes(span));
-    if (!wide) out_of_memory();
+    if (!wide) abort_out_of_memory();
     widen_to_three_byte(reinterpret_cast<const uint16_t*>(target.block), span, wide);
     free_block(target.block);
     target.block = wide;
@@ -266,7 +258,7 @@ void WideningStorage::load(ByteChannel& channel) {
 
     for (int g = 0; g < layout_->group_count; ++g) {
         const bool wide = read_field<uint8_t>(channel) != 0;
-        if (!reset_group(g)) out_of_memory();
+        if (!reset_group(g)) abort_out_of_memory();
         if (wide) widen(g);
         Group& target = groups_[g];
         for (int r = 0; r < layout_->groups[g].row_count; ++r) {

@@ -3,7 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <string>
+#include <optional>
+#include <vector>
 
 #include "solver/results.h"
 #include "solver/solver_driver.h"
@@ -12,9 +13,28 @@
 
 namespace {
 
+// What the solver thread told its listener during one run.
+struct Heard {
+    bool started = false;
+    std::vector<SolverReport> reports;
+    std::optional<SolverStop> stop;
+};
+Heard heard;
+
+void listen() {
+    SolverListener listener;
+    listener.started = [] { heard.started = true; };
+    listener.progress = [](const SolverReport& report) { heard.reports.push_back(report); };
+    listener.stopped = [](SolverStop reason) { heard.stop = reason; };
+    set_solver_listener(listener);
+}
+
 class SolverDriverTest : public testing::Test {
 protected:
-    static void SetUpTestSuite() { prepare_solver_tables(); }
+    static void SetUpTestSuite() {
+        prepare_solver_tables();
+        listen();
+    }
     void SetUp() override {
         threads = 2;
         accuracy = 0;
@@ -27,16 +47,12 @@ protected:
         destroy_engine();
     }
 
-    // Runs to the end and returns what the thread printed.
-    static std::string run(int32_t limit, bool steps) {
-        testing::internal::CaptureStdout();
+    // Runs to the end and returns what the thread told.
+    static Heard run(int32_t limit, bool steps) {
+        heard = Heard{};
         EXPECT_TRUE(start_solver(limit, steps));
         wait_for_solver_end();
-        return testing::internal::GetCapturedStdout();
-    }
-
-    static bool says(const std::string& output, const std::string& line) {
-        return output.find(line + "\n") != std::string::npos;
+        return heard;
     }
 
     static std::vector<SolverProgressRecord> history() {
@@ -47,16 +63,17 @@ protected:
 };
 
 TEST_F(SolverDriverTest, StepsCountFromWhereTheLastRunEnded) {
-    std::string output = run(30, true);
-    EXPECT_TRUE(says(output, "SOLVER: started"));
-    EXPECT_TRUE(says(output, "SOLVER: stopped (required number of steps done)"));
+    Heard output = run(30, true);
+    EXPECT_TRUE(output.started);
+    EXPECT_EQ(output.stop, SolverStop::steps_done);
     EXPECT_EQ(engine->iterations, 30);
-    // The first result comes at iteration 25.
+    // The first result comes at iteration 25, and is reported.
     auto records = history();
     ASSERT_EQ(records.size(), 1u);
     EXPECT_EQ(records[0].iterations, 25);
-    EXPECT_NE(output.find("SOLVER:\nrunning time: "), std::string::npos);
-    EXPECT_NE(output.find("\nExploitable for: "), std::string::npos);
+    ASSERT_EQ(output.reports.size(), 1u);
+    EXPECT_EQ(output.reports[0].record.iterations, 25);
+    EXPECT_EQ(output.reports[0].iterations, 25);
     const SolverProgressRecord& r = records[0];
     EXPECT_DOUBLE_EQ(r.exploitable, 0.5 * (r.mes_oop + r.mes_ip - r.ev_oop - r.ev_ip));
 
@@ -73,8 +90,7 @@ TEST_F(SolverDriverTest, StepsCountFromWhereTheLastRunEnded) {
 
 TEST_F(SolverDriverTest, AccuracyStopsAtTheFirstResult) {
     accuracy = 1000;
-    const std::string output = run(0, false);
-    EXPECT_TRUE(says(output, "SOLVER: stopped (required accuracy reached)"));
+    EXPECT_EQ(run(0, false).stop, SolverStop::accuracy_reached);
     EXPECT_EQ(engine->iterations, 25);
 }
 
@@ -84,30 +100,27 @@ TEST_F(SolverDriverTest, TimeoutAfterTheSeconds) {
     engine->max_iterations = INT32_MAX;
     accuracy = -1;
     const uint64_t start = clock_ns();
-    const std::string output = run(1, false);
-    EXPECT_TRUE(says(output, "SOLVER: stopped (timeout reached)"));
+    EXPECT_EQ(run(1, false).stop, SolverStop::timeout);
     EXPECT_GE(clock_ns() - start, 1000000000u);
 }
 
 TEST_F(SolverDriverTest, StopAndTheIterationCeilingAreRequests) {
-    testing::internal::CaptureStdout();
+    heard = Heard{};
     ASSERT_TRUE(start_solver(0, false));
     EXPECT_FALSE(start_solver(0, false));  // one run at a time
     request_solver_stop();
     wait_for_solver_end();
-    std::string output = testing::internal::GetCapturedStdout();
-    EXPECT_TRUE(says(output, "SOLVER: stopped (requested)"));
+    EXPECT_EQ(heard.stop, SolverStop::requested);
     EXPECT_FALSE(solver_running());
     wait_for_solver_end();  // returns at once with nothing running
 
     engine->max_iterations = engine->iterations + 3;
-    output = run(0, false);
-    EXPECT_TRUE(says(output, "SOLVER: stopped (requested)"));
+    EXPECT_EQ(run(0, false).stop, SolverStop::requested);
     EXPECT_EQ(engine->iterations, engine->max_iterations);
     // At the ceiling a run starts and stops without an iteration.
-    output = run(100, true);
-    EXPECT_TRUE(says(output, "SOLVER: started"));
-    EXPECT_TRUE(says(output, "SOLVER: stopped (requested)"));
+    const Heard at_ceiling = run(100, true);
+    EXPECT_TRUE(at_ceiling.started);
+    EXPECT_EQ(at_ceiling.stop, SolverStop::requested);
     EXPECT_EQ(engine->iterations, engine->max_iterations);
 }
 

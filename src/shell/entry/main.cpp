@@ -21,6 +21,7 @@
 #include "shell/protocol/settings.h"
 #include "shell/protocol/tokens.h"
 #include "shell/shell_commands.h"
+#include "shell/solver_output.h"
 #include "solver/solver_driver.h"
 
 namespace {
@@ -123,6 +124,7 @@ int run(int argc, char** argv) {
     threads = omp_get_max_threads();
     start_time = system_time_ticks();
     remember_console_output();
+    install_solver_output();
     libsubgame_init(0);
     print_banner();
     init_combo_tables();

@@ -12,10 +12,11 @@
 #include <tbb/scalable_allocator.h>
 
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
+
+#include "shell/protocol/reply.h"
 
 // ---------------------------------------------------------------------------
 // Pools.
@@ -70,9 +71,7 @@ struct HandVector {
         const size_t bytes = (static_cast<size_t>(n) * sizeof(float) + 15) & ~size_t{15};
         data = static_cast<float*>(scalable_aligned_malloc(bytes, 16));
         if (!data) {
-            std::fputs("out of memory\n", stdout);
-            std::fflush(stdout);
-            std::abort();
+            abort_out_of_memory();
         }
     }
     // `n` zeros held as a null block.

@@ -88,6 +88,21 @@ void throw_command_error(const std::string& reason) {
     throw_error_text("ERROR: %s %s\n", current_command.c_str(), reason.c_str());
 }
 
+void fail_line(const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    vprintf(format, args);
+    va_end(args);
+    fflush(stdout);
+    std::_Exit(1);
+}
+
+void abort_out_of_memory() {
+    fputs("out of memory\n", stdout);
+    fflush(stdout);
+    std::abort();
+}
+
 void fail(const char* text) {
     if (text && *text) {
         printf("fail (%s)\n", text);

@@ -27,3 +27,9 @@ void flush_replies();
 
 // Fatal internal failure: prints "fail (text)" and ends the process with status 1.
 [[noreturn]] void fail(const char* text);
+// Fatal failure with a line of its own, such as "Commit %lld bytes fail
+// (errno %d)": prints the line and ends the process with status 1.
+[[noreturn]] void fail_line(const char* format, ...) __attribute__((format(printf, 1, 2)));
+// Memory ran out where there is no one to refuse to (mid-walk, mid-load):
+// prints "out of memory" and aborts.
+[[noreturn]] void abort_out_of_memory();

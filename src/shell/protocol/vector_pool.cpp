@@ -5,7 +5,6 @@
 // pool has another size can still be told apart and returned to the allocator.
 #include <tbb/scalable_allocator.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <stdexcept>
@@ -80,9 +79,7 @@ float* take_pool_block(int32_t count) {
     const size_t bytes = header_bytes + size_t(pool.block_floats) * sizeof(float);
     auto* header = static_cast<BlockHeader*>(scalable_aligned_malloc(bytes, 64));
     if (!header) {
-        std::fputs("out of memory\n", stdout);
-        std::fflush(stdout);
-        std::abort();
+        abort_out_of_memory();
     }
     header->next = nullptr;
     header->block_floats = pool.block_floats;

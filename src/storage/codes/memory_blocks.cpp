@@ -4,7 +4,6 @@
 #include <tbb/scalable_allocator.h>
 
 #include <atomic>
-#include <cstdio>
 #include <cstdlib>
 
 #include "shell/protocol/reply.h"
@@ -38,9 +37,7 @@ void* allocate_scalable(size_t bytes, size_t alignment) {
     // means failure.
     void* block = scalable_aligned_malloc(bytes ? bytes : 1, alignment);
     if (!block) {
-        printf("out of memory\n");
-        fflush(stdout);
-        std::abort();
+        abort_out_of_memory();
     }
     count_storage_bytes(static_cast<int64_t>(scalable_msize(block)));
     return block;

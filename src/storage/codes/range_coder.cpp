@@ -1,16 +1,15 @@
 #include "storage/codes/range_coder.h"
 
 #include <algorithm>
-#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 
+#include "shell/protocol/reply.h"
 
 RangeModels::RangeModels() : offsets(static_cast<int16_t*>(std::calloc(total, sizeof(int16_t)))) {
     if (!offsets) {
-        printf("out of memory\n");
-        fflush(stdout);
-        std::abort();
+        abort_out_of_memory();
     }
 }
 
