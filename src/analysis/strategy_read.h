@@ -10,11 +10,6 @@
 #include "shell/protocol/game_setup.h"
 #include "tree/engine.h"
 
-// Strategy sums begin after iteration 60. Reports wait a few iterations more
-// before they show the average, so that it never rests on one or two heavily
-// weighted first sums; until then they show the current strategy.
-constexpr int32_t average_report_iterations = 63;
-
 // Every action's probabilities at one node for one board, in the board's list.
 struct StrategyRows {
     QueryBoard board;

@@ -80,7 +80,6 @@ void walk_rivers_in_line(WalkFrame& f) {
     const RunoutBoard& turn = turn_board(e, f.turn);
     const int count = f.reach.count;
     const bool training = e.mode == mode_train;
-    const bool summing = !training || (sums_allowed(e) && e.update_river_average);
     const bool with_sums = river_sums_in_use(e);
 
     // No walk below here comes back to this function: one list per thread.
@@ -115,7 +114,8 @@ void walk_rivers_in_line(WalkFrame& f) {
         scatter_child(f.best, count, child.best, river);
     }
     const bool regrets_modified[2] = {training && e.traverser == 0, training && e.traverser == 1};
-    const bool sums_modified[2] = {training && summing && e.traverser == 1, training && summing && e.traverser == 0};
+    // In training the sums are open only where they grow.
+    const bool sums_modified[2] = {training && e.traverser == 1, training && e.traverser == 0};
     close_river_rows(below, f.turn, regrets_modified, sums_modified, rows);
 }
 

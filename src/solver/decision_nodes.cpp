@@ -24,18 +24,6 @@ std::span<const float> training_defaults(int actions) {
     return defaults_row(actions, first, others);
 }
 
-std::span<const float> uniform_defaults(int actions) {
-    const float share = 1.0f / static_cast<float>(actions);
-    return defaults_row(actions, share, share);
-}
-
-// Evaluation plays the average where the sums are in use for this node.
-bool reads_average(const SubgameEngine& e, const TreeNode& node) {
-    if (!node.strategy_sums) return false;
-    if (e.average_strategy_mode == 0 || (e.average_strategy_mode == 1 && e.iterations <= 60)) return false;
-    return !(node.street == river_street && !river_strategy_enabled);
-}
-
 void fill_rows(ActionRows& rows, int count) {
     for (int a = 0; a < rows.size(); ++a) rows[a].resize(count, true);
 }
@@ -74,6 +62,106 @@ void merge_child(HandVector& total, HandVector& child) {
     }
 }
 
+// A frame for the node's child `a`, on the same cards. The caller moves the
+// reaches in.
+WalkFrame child_frame(const WalkFrame& f, int a) {
+    WalkFrame child;
+    child.engine = f.engine;
+    child.node = &f.engine->nodes[f.node->children[a]];
+    child.turn = f.turn;
+    child.river = f.river;
+    return child;
+}
+
+// The values of the river pair's two leaves at once. `kernel` evaluates them
+// into (showdown values, fold values) from the list and the two payoffs, and
+// says whether anything was reached; if not, both stay zero rows.
+template <class PairKernel>
+void river_pair_values(const WalkFrame& f, const RiverPair& pair, ActionRows& values, PairKernel kernel) {
+    const SubgameEngine& e = *f.engine;
+    const TreeNode& node = *f.node;
+    const int count = f.reach.count;
+    HandVector& showdown_value = values[pair.showdown];
+    HandVector& fold_value = values[pair.fold];
+    showdown_value.resize(count, true);
+    fold_value.resize(count, true);
+    const ShowdownList list = showdown_list(river_board(e, f.turn, f.river), thread_scratch().group_mask);
+    if (!kernel(showdown_value.data, fold_value.data, list, terminal_payoff(e, e.nodes[node.children[pair.showdown]]),
+                terminal_payoff(e, e.nodes[node.children[pair.fold]]))) {
+        showdown_value.set_zero(count);
+        fold_value.set_zero(count);
+    }
+}
+
+// The traverser's best response at its node, gathered child by child in an
+// evaluating walk: a hand that may deviate takes its best child (zero rows
+// counting as 0); a locked row, or a frozen hand, keeps the strategy's mix of
+// the children's best values.
+class BestResponse {
+public:
+    BestResponse(int count, bool node_locked, const uint8_t* lock_mask)
+        : count_(count),
+          node_locked_(node_locked),
+          lock_mask_(lock_mask),
+          need_weighted_(node_locked || lock_mask),
+          need_max_(!node_locked) {}
+
+    void add(HandVector& child_best, const float* strategy) {
+        if (need_weighted_ && child_best.data) {
+            if (!weighted_.data) {
+                weighted_.resize(count_, true);
+                vec::multiply(weighted_.data, child_best.data, strategy, count_);
+            } else {
+                vec::add_product(weighted_.data, child_best.data, strategy, count_);
+            }
+        }
+        if (!need_max_) return;
+        if (!max_started_) {
+            max_started_ = true;
+            max_ = std::move(child_best);
+            max_.count = count_;
+        } else if (child_best.data && max_.data) {
+            vec::max_in_place(max_.data, child_best.data, count_);
+        } else if (child_best.data) {
+            // Earlier children were all zero.
+            max_ = std::move(child_best);
+            vec::max_zero(max_.data, count_);
+        } else if (max_.data) {
+            vec::max_zero(max_.data, count_);
+        }
+    }
+
+    HandVector result() {
+        HandVector best;
+        if (node_locked_) {
+            best = std::move(weighted_);
+        } else if (lock_mask_) {
+            // Frozen hands can't deviate: they keep the strategy's value.
+            best = std::move(max_);
+            if (!best.data) {
+                best.resize(count_, true);
+                vec::fill(best.data, 0.0f, count_);
+            }
+            for (int h = 0; h < count_; ++h)
+                if (lock_mask_[h]) best.data[h] = weighted_.data ? weighted_.data[h] : 0.0f;
+        } else {
+            best = std::move(max_);
+        }
+        best.count = count_;
+        return best;
+    }
+
+private:
+    int count_;
+    bool node_locked_;
+    const uint8_t* lock_mask_;
+    bool need_weighted_;
+    bool need_max_;
+    bool max_started_ = false;
+    HandVector weighted_;  // strategy-weighted sum of the children's best
+    HandVector max_;       // their maximum
+};
+
 }  // namespace
 
 void read_node_strategy(const WalkFrame& f, ActionRows& strategy, bool training) {
@@ -82,31 +170,20 @@ void read_node_strategy(const WalkFrame& f, ActionRows& strategy, bool training)
     const int actions = strategy.size();
     const int count = f.reach.count;
     fill_rows(strategy, count);
-    if (!node.regrets) {
-        // Rows of a forgotten street: nothing learnt, play uniformly.
-        for (int a = 0; a < actions; ++a) vec::fill(strategy[a].data, 1.0f / static_cast<float>(actions), count);
-        return;
-    }
-    if (training) {
+    if (training && node.regrets) {
         node.regrets->read_strategy(strategy.pointers(), f.turn, f.river, training_defaults(actions));
         return;
     }
-    if (!reads_average(e, node)) {
-        node.regrets->read_strategy(strategy.pointers(), f.turn, f.river, uniform_defaults(actions));
-        return;
-    }
-    // The average, and for hands never reached (all sums zero) the current
-    // strategy.
-    node.strategy_sums->read_strategy(strategy.pointers(), f.turn, f.river, {});
-    ActionRows current(actions);
-    fill_rows(current, count);
-    node.regrets->read_strategy(current.pointers(), f.turn, f.river, uniform_defaults(actions));
-    // Action by action, so that each pass is a straight vector loop.
+    const bool average = !training && walk_plays_average(e, node);
+    ActionRows current(average ? actions : 0);
     HandVector total(count);
-    total.resize(count, true);
-    vec::copy(total.data, strategy[0].data, count);
-    for (int a = 1; a < actions; ++a) vec::add(total.data, strategy[a].data, count);
-    for (int a = 0; a < actions; ++a) vec::fill_where_zero(strategy[a].data, current[a].data, total.data, count);
+    AverageScratch scratch;
+    if (average) {
+        fill_rows(current, count);
+        total.resize(count, true);
+        scratch = {current.pointers(), total.data};
+    }
+    read_shown_strategy(node, f.turn, f.river, average, strategy.pointers(), actions, count, scratch);
 }
 
 RiverPair river_pair_children(const SubgameEngine& e, const TreeNode& node) {
@@ -173,47 +250,31 @@ void walk_traverser_node(WalkFrame& f) {
     ActionRows values(actions);
     const RiverPair pair = f.reach.data ? usable_pair(f) : RiverPair{};
     if (pair.showdown >= 0) {
-        const TreeNode& showdown = e.nodes[node.children[pair.showdown]];
-        const TreeNode& fold = e.nodes[node.children[pair.fold]];
-        HandVector& showdown_value = values[pair.showdown];
-        HandVector& fold_value = values[pair.fold];
-        showdown_value.resize(count, true);
-        fold_value.resize(count, true);
-        const ShowdownList list = showdown_list(river_board(e, f.turn, f.river), thread_scratch().group_mask);
-        if (!eval_river_pair(showdown_value.data, fold_value.data, f.reach.data, list, terminal_payoff(e, showdown),
-                             terminal_payoff(e, fold))) {
-            showdown_value.set_zero(count);
-            fold_value.set_zero(count);
-        }
+        river_pair_values(f, pair, values, [&](float* showdown, float* fold, const ShowdownList& list,
+                                               float showdown_payoff, float fold_payoff) {
+            return eval_river_pair(showdown, fold, f.reach.data, list, showdown_payoff, fold_payoff);
+        });
     }
 
-    HandVector weighted_best;  // strategy-weighted sum of the children's best
-    HandVector max_best;       // their maximum, zero rows counting as 0
-    bool max_started = false;
-    const bool need_weighted = evaluating && (node_locked || lock_mask);
-    const bool need_max = evaluating && !node_locked;
-
+    BestResponse best(count, node_locked, lock_mask);
     for (int a = 0; a < actions; ++a) {
         TreeNode& child = e.nodes[node.children[a]];
         HandVector child_best;
         if (!from_pair(pair, a)) {
-            WalkFrame child_frame;
-            child_frame.engine = &e;
-            child_frame.node = &child;
-            child_frame.turn = f.turn;
-            child_frame.river = f.river;
+            WalkFrame child_walk = child_frame(f, a);
             if (f.own_reach.count > 0) {
-                child_frame.own_reach.set_zero(f.own_reach.count);
+                child_walk.own_reach.set_zero(f.own_reach.count);
                 if (f.own_reach.data) {
-                    child_frame.own_reach.resize(count, true);
-                    vec::multiply(child_frame.own_reach.data, f.own_reach.data, strategy[a].data, count);
+                    child_walk.own_reach.resize(count, true);
+                    vec::multiply(child_walk.own_reach.data, f.own_reach.data, strategy[a].data, count);
                 }
             }
-            child_frame.reach = std::move(f.reach);
-            walk(child_frame);
-            f.reach = std::move(child_frame.reach);
-            values[a] = std::move(child_frame.value);
-            child_best = std::move(child_frame.best);
+            // The opponent's reach does not change at the traverser's node.
+            child_walk.reach = std::move(f.reach);
+            walk(child_walk);
+            f.reach = std::move(child_walk.reach);
+            values[a] = std::move(child_walk.value);
+            child_best = std::move(child_walk.best);
         }
         HandVector& child_value = values[a];
         if (e.mode == mode_train) apply_boost(child_value, node, child);
@@ -225,48 +286,9 @@ void walk_traverser_node(WalkFrame& f) {
                 vec::add_product(f.value.data, child_value.data, strategy[a].data, count);
             }
         }
-        if (need_weighted && child_best.data) {
-            if (!weighted_best.data) {
-                weighted_best.resize(count, true);
-                vec::multiply(weighted_best.data, child_best.data, strategy[a].data, count);
-            } else {
-                vec::add_product(weighted_best.data, child_best.data, strategy[a].data, count);
-            }
-        }
-        if (need_max) {
-            if (!max_started) {
-                max_started = true;
-                max_best = std::move(child_best);
-                max_best.count = count;
-            } else if (child_best.data && max_best.data) {
-                vec::max_in_place(max_best.data, child_best.data, count);
-            } else if (child_best.data) {
-                // Earlier children were all zero.
-                max_best = std::move(child_best);
-                vec::max_zero(max_best.data, count);
-            } else if (max_best.data) {
-                vec::max_zero(max_best.data, count);
-            }
-        }
+        if (evaluating) best.add(child_best, strategy[a].data);
     }
-
-    if (evaluating) {
-        if (node_locked) {
-            f.best = std::move(weighted_best);
-        } else if (lock_mask) {
-            // Frozen hands can't deviate: they keep the strategy's value.
-            f.best = std::move(max_best);
-            if (!f.best.data) {
-                f.best.resize(count, true);
-                vec::fill(f.best.data, 0.0f, count);
-            }
-            for (int h = 0; h < count; ++h)
-                if (lock_mask[h]) f.best.data[h] = weighted_best.data ? weighted_best.data[h] : 0.0f;
-        } else {
-            f.best = std::move(max_best);
-        }
-        f.best.count = count;
-    }
+    if (evaluating) f.best = best.result();
 
     if (!f.reach.data || !f.value.data) {
         f.value.set_zero(count);
@@ -285,32 +307,20 @@ void walk_opponent_node(WalkFrame& f) {
     ActionRows strategy(actions);
     if (f.reach.data) read_node_strategy(f, strategy, e.mode == mode_train);
 
-    if (e.mode == mode_train && f.reach.data && node.strategy_sums && e.phase != phase_descent && sums_allowed(e) &&
-        (node.street != river_street || (e.update_river_average && river_strategy_enabled))) {
-        const LockRecord* lock = node_lock(node, f.turn, f.river);
-        const float weight = strategy_weight(e);
-        if (!(lock && (lock->flags & lock_flag_node)) && weight > 0.0f)
-            node.strategy_sums->add_strategy(f.turn, f.river, strategy.pointers(), f.reach.data, weight);
-    }
+    if (e.mode == mode_train && f.reach.data && e.phase != phase_descent)
+        add_strategy_sums(e, node, f.turn, f.river, strategy, f.reach.data);
     reach_rows(strategy, f.reach);
 
     ActionRows values(actions);
     const RiverPair pair = usable_pair(f);
     const bool pair_used = pair.showdown >= 0 && strategy[pair.showdown].data && strategy[pair.fold].data;
     if (pair_used) {
-        const TreeNode& showdown = e.nodes[node.children[pair.showdown]];
-        const TreeNode& fold = e.nodes[node.children[pair.fold]];
-        HandVector& showdown_value = values[pair.showdown];
-        HandVector& fold_value = values[pair.fold];
-        showdown_value.resize(count, true);
-        fold_value.resize(count, true);
-        const ShowdownList list = showdown_list(river_board(e, f.turn, f.river), thread_scratch().group_mask);
-        if (!eval_river_pair_2(showdown_value.data, fold_value.data, strategy[pair.showdown].data,
-                               strategy[pair.fold].data, list, terminal_payoff(e, showdown),
-                               terminal_payoff(e, fold))) {
-            showdown_value.set_zero(count);
-            fold_value.set_zero(count);
-        }
+        // The opponent's choice between the two leaves is its reach into each.
+        river_pair_values(f, pair, values, [&](float* showdown, float* fold, const ShowdownList& list,
+                                               float showdown_payoff, float fold_payoff) {
+            return eval_river_pair_2(showdown, fold, strategy[pair.showdown].data, strategy[pair.fold].data, list,
+                                     showdown_payoff, fold_payoff);
+        });
     }
 
     f.value.set_zero(count);
@@ -320,17 +330,13 @@ void walk_opponent_node(WalkFrame& f) {
             merge_child(f.value, values[a]);
             continue;
         }
-        WalkFrame child_frame;
-        child_frame.engine = &e;
-        child_frame.node = &e.nodes[node.children[a]];
-        child_frame.turn = f.turn;
-        child_frame.river = f.river;
-        child_frame.reach = std::move(strategy[a]);
-        child_frame.own_reach = std::move(f.own_reach);
-        walk(child_frame);
-        f.own_reach = std::move(child_frame.own_reach);
-        merge_child(f.value, child_frame.value);
-        if (evaluating) merge_child(f.best, child_frame.best);
+        WalkFrame child_walk = child_frame(f, a);
+        child_walk.reach = std::move(strategy[a]);
+        child_walk.own_reach = std::move(f.own_reach);
+        walk(child_walk);
+        f.own_reach = std::move(child_walk.own_reach);
+        merge_child(f.value, child_walk.value);
+        if (evaluating) merge_child(f.best, child_walk.best);
     }
     f.value.count = count;
     if (evaluating) f.best.count = count;

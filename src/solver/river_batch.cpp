@@ -57,12 +57,9 @@ void gather(Batch& b, const TreeNode& node, int reach) {
     ActionRows strategy(actions);
     read_node_strategy(frame, strategy, true);
     const float* reach_row = s.leaf_reach[reach];
-    if (node.strategy_sums && sums_allowed(e) && e.update_river_average && river_strategy_enabled) {
-        const LockRecord* lock = node_lock(node, b.turn, b.river);
-        const float weight = strategy_weight(e);
-        if (!(lock && (lock->flags & lock_flag_node)) && weight > 0.0f)
-            node.strategy_sums->add_strategy(b.turn, b.river, strategy.pointers(), reach_row, weight);
-    }
+    // Unlike the plain walk, the batch adds in the descent too (on a tree
+    // whose root is on the river, the descent reaches it).
+    add_strategy_sums(e, node, b.turn, b.river, strategy, reach_row);
     int row_of_stack[16];
     std::vector<int> row_of_heap;
     int* row_of = row_of_stack;

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "shell/protocol/settings.h"
+#include "solver/node_strategy.h"
 #include "solver/walk.h"
 #include "storage/row_stream.h"
 
@@ -306,7 +307,8 @@ double run_iteration(SubgameEngine& e) {
         if (e.strategy_compression < 2) {
             e.update_river_average = 1;
         } else {
-            const int d = e.iterations - 61;
+            // From the first iteration that adds to the sums.
+            const int d = e.iterations - (averaging_delay + 1);
             e.update_river_average = d >= 0 && (d <= 6 || d % 7 == 0);
         }
     }

@@ -43,8 +43,17 @@ float* const* ActionRows::pointers() {
 
 float strategy_weight(const SubgameEngine& e) {
     if (e.average_strategy_mode == 2) return 1.0f;
-    const double delay = std::max(e.iterations - 60, 0);
+    const double delay = std::max(e.iterations - averaging_delay, 0);
     return static_cast<float>(std::min(e.weight_cap, std::pow(delay, e.weight_exponent)));
+}
+
+void add_strategy_sums(const SubgameEngine& e, const TreeNode& node, int turn, int river, ActionRows& strategy,
+                       const float* reach) {
+    if (!node.strategy_sums || !sums_grow(e, node.street)) return;
+    const LockRecord* lock = node_lock(node, turn, river);
+    const float weight = strategy_weight(e);
+    if (!(lock && (lock->flags & lock_flag_node)) && weight > 0.0f)
+        node.strategy_sums->add_strategy(turn, river, strategy.pointers(), reach, weight);
 }
 
 LockRecord* node_lock(const TreeNode& node, int turn, int river) {

@@ -11,6 +11,7 @@
 
 #include "shell/protocol/processor.h"
 #include "solver/kernels/kernels.h"
+#include "solver/node_strategy.h"
 #include "solver/river_rows.h"
 #include "solver/walk.h"
 #include "storage/prefetch.h"
@@ -109,22 +110,22 @@ inline float terminal_payoff(const SubgameEngine& e, const TreeNode& node) {
     return 0.0f;
 }
 
-// Strategy sums are added in this iteration (apart from the phase and the
-// river switches).
-inline bool sums_allowed(const SubgameEngine& e) {
-    return e.average_strategy_mode == 2 || (e.average_strategy_mode == 1 && e.iterations > 60);
-}
-
 // A walk below a river chance node reads or adds to river strategy sums:
-// evaluations read them (once sums exist), training adds to them when the
-// iteration's river average is due.
+// evaluations read them where they play the average, training adds to them
+// where they grow.
 inline bool river_sums_in_use(const SubgameEngine& e) {
-    const bool summing = e.mode != mode_train || e.update_river_average;
-    return summing && sums_allowed(e) && river_strategy_enabled;
+    if (e.mode == mode_train) return sums_grow(e, river_street);
+    return sums_active(e) && river_strategy_enabled;
 }
 
 // Weight of this iteration's strategy sums.
 float strategy_weight(const SubgameEngine& e);
+
+// The one place where a training walk adds the acting player's strategy,
+// weighted by its reach, to the node's strategy sums: where they grow this
+// iteration and the row is not locked. The caller has checked the phase.
+void add_strategy_sums(const SubgameEngine& e, const TreeNode& node, int turn, int river, ActionRows& strategy,
+                       const float* reach);
 
 // The row's lock, or null when the node has no regret store for it.
 LockRecord* node_lock(const TreeNode& node, int turn, int river);
