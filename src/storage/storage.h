@@ -20,6 +20,7 @@
 
 #include "storage/aligned_vector.h"
 #include "storage/codes/byte_channel.h"
+#include "storage/compression_levels.h"
 
 class RowStream;
 
@@ -154,37 +155,3 @@ public:
     virtual void prefetch_row(int /*group*/, int /*row*/) const {}
 };
 
-// ---------------------------------------------------------------------------
-// Compression levels.
-
-// (regret number, strategy number): how river rows of a flop tree are kept.
-struct CompressionPair {
-    int regret = 0;
-    int strategy = 0;
-    bool operator==(const CompressionPair&) const = default;
-};
-
-enum class StorageClass {
-    none,
-    float_row,     // f32 rows of one board (flop nodes)
-    turn_row,      // one float_row per turn card (turn nodes)
-    float_arena,   // f32 river rows in one flat block
-    word_arena,    // 16-bit river regrets in one flat block
-    packed,        // rows compressed in a stream, one group open at a time
-    widening,      // 16-bit strategy sums that widen to 24 bits per group
-};
-
-// What a level stores for the river nodes of a flop tree.
-struct CompressionLevel {
-    int level;
-    const char* word;
-    CompressionPair pair;
-    StorageClass river_regrets;
-    StorageClass river_strategy;
-};
-
-// Levels 0 to 5; "auto" (-1) resolves to one of 0 to 4 when a tree is built.
-extern const CompressionLevel compression_levels[6];
-
-// The pair of a level; anything outside 1 to 5 is (0, 0).
-CompressionPair compression_pair(int level);

@@ -9,23 +9,20 @@
 #include "storage/packed_storage.h"
 #include "storage/widening_storage.h"
 
-const CompressionLevel compression_levels[6] = {
-    {0, "none", {0, 0}, StorageClass::word_arena, StorageClass::float_arena},
-    {1, "low", {0, 1}, StorageClass::word_arena, StorageClass::packed},
-    {2, "medium", {1, 1}, StorageClass::packed, StorageClass::packed},
-    {3, "high", {1, 2}, StorageClass::packed, StorageClass::packed},
-    {4, "max", {2, 2}, StorageClass::packed, StorageClass::packed},
-    {5, "fast", {0, 3}, StorageClass::word_arena, StorageClass::widening},
-};
-
-CompressionPair compression_pair(int level) {
-    if (level < 1 || level > 5) return {0, 0};
-    return compression_levels[level].pair;
-}
-
 CompressionPair effective_compression(CompressionPair pair, int first_street) {
     return first_street == 1 ? pair : CompressionPair{0, 0};
 }
+
+namespace {
+
+// A river store of the class the level table gives: a packed store codes its
+// rows as the pair number says (1 block row code, 2 entropy coded).
+StorageChoice river_choice(StorageClass storage_class, int number, bool narrow) {
+    if (storage_class == StorageClass::packed) return {storage_class, number, narrow};
+    return {storage_class};
+}
+
+}  // namespace
 
 StorageChoice regret_storage_choice(const NodeStorageRequest& request) {
     if (request.street == 1) return {StorageClass::float_row};
@@ -36,8 +33,7 @@ StorageChoice regret_storage_choice(const NodeStorageRequest& request) {
         return {StorageClass::float_arena};
     }
     const CompressionPair pair = effective_compression(request.pair, request.first_street);
-    if (pair.regret == 1 || pair.regret == 2) return {StorageClass::packed, pair.regret, true};
-    return {StorageClass::word_arena};
+    return river_choice(river_regret_class(pair.regret), pair.regret, true);
 }
 
 StorageChoice strategy_storage_choice(const NodeStorageRequest& request) {
@@ -46,11 +42,7 @@ StorageChoice strategy_storage_choice(const NodeStorageRequest& request) {
     if (request.street == 2) return {StorageClass::turn_row};
     if (!request.river_strategy) return {};
     const CompressionPair pair = effective_compression(request.pair, request.first_street);
-    if (pair.strategy == 3) {
-        return {request.first_street == 1 ? StorageClass::widening : StorageClass::float_arena};
-    }
-    if (pair.strategy == 1 || pair.strategy == 2) return {StorageClass::packed, pair.strategy, false};
-    return {StorageClass::float_arena};
+    return river_choice(river_strategy_class(pair.strategy), pair.strategy, false);
 }
 
 std::unique_ptr<Storage> make_storage(const StorageChoice& choice, const NodeShape& shape) {

@@ -6,7 +6,6 @@
 
 #include "shell/protocol/game_setup.h"
 #include "shell/protocol/reply.h"
-#include "shell/protocol/tokens.h"
 
 int verbosity = 0;
 bool echo_commands = false;
@@ -45,24 +44,6 @@ void update_accuracy_target() {
         const double share = accuracy_is_fraction ? accuracy_setting : accuracy_setting / pot;
         reply("[accuracy %.6g (%.6g fraction)]\n", accuracy.load(), share);
     }
-}
-
-namespace {
-
-constexpr const char* level_names[] = {"auto", "none", "low", "medium", "high", "max", "fast"};
-
-}  // namespace
-
-const char* compression_level_name(int level) {
-    return level >= -1 && level <= 5 ? level_names[level + 1] : "?";
-}
-
-int parse_compression_level(const std::string& token) {
-    for (int level = -1; level <= 5; ++level)
-        if (token == level_names[level + 1]) return level;
-    const int level = parse_int(token);
-    if (level < 0) return -1;
-    return std::min(level, 5);
 }
 
 PhysicalMemory read_physical_memory() {

@@ -43,11 +43,6 @@ uint64_t system_time_ticks();
 // the new target is reported.
 void update_accuracy_target();
 
-// Compression level words, indexed by level + 1 ("auto" is -1).
-const char* compression_level_name(int level);
-// A level word or number, clamped to -1..5.
-int parse_compression_level(const std::string& token);
-
 struct PhysicalMemory {
     unsigned long long total_bytes;
     unsigned long long available_bytes;  // total scaled by the whole-percent load
