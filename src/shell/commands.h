@@ -6,6 +6,8 @@
 #pragma once
 
 #include <span>
+#include <string>
+#include <string_view>
 
 #include "shell/protocol/reply.h"
 

@@ -174,16 +174,16 @@ void read_node_strategy(const WalkFrame& f, ActionRows& strategy, bool training)
         node.regrets->read_strategy(strategy.pointers(), f.turn, f.river, training_defaults(actions));
         return;
     }
-    const bool average = !training && walk_plays_average(e, node);
-    ActionRows current(average ? actions : 0);
-    HandVector total(count);
-    AverageScratch scratch;
-    if (average) {
-        fill_rows(current, count);
-        total.resize(count, true);
-        scratch = {current.pointers(), total.data};
+    if (training || !walk_plays_average(e, node)) {
+        read_shown_strategy(node, f.turn, f.river, false, strategy.pointers(), actions, count, {});
+        return;
     }
-    read_shown_strategy(node, f.turn, f.river, average, strategy.pointers(), actions, count, scratch);
+    ActionRows current(actions);
+    fill_rows(current, count);
+    HandVector total(count);
+    total.resize(count, true);
+    read_shown_strategy(node, f.turn, f.river, true, strategy.pointers(), actions, count,
+                        {current.pointers(), total.data});
 }
 
 RiverPair river_pair_children(const SubgameEngine& e, const TreeNode& node) {
