@@ -129,7 +129,7 @@ constexpr bool table_is_sound() {
         if (find_in_table(entry.name) != &entry) return false;
         if (!entry.alias_of) continue;
         const CommandEntry* command = find_in_table(entry.alias_of);
-        if (!command || command->alias_of || !command->handler) return false;
+        if (!command || command->alias_of || !command->help) return false;
     }
     return true;
 }
