@@ -414,6 +414,10 @@ def _solve_all(client, tasks: list[BoardTask], retries: int, out: Path, outcome:
                 finished, pending = wait(pending, timeout=1.0, return_when="FIRST_COMPLETED")
             except TimeoutError:        # no board came back within the second
                 finished = set()
+                if client.status not in ("running", "connecting"):
+                    # The client gave up on the scheduler: its futures will never finish.
+                    raise TavrekError(f"lost the Dask scheduler ({client.status}) with {len(pending)} boards "
+                                      "unfinished; finished boards are kept, run the batch again to go on")
             for future in finished:
                 task = futures[future]
                 record = _collect(future, task, out)
