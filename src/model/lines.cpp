@@ -76,6 +76,23 @@ void add_fold(SchematicNode& node, const LineWalk& walk, double amount) {
 
 SchematicTree make_schematic_tree() { return std::make_unique<SchematicNode>(); }
 
+SchematicTree copy_schematic_tree(const SchematicNode& root) {
+    SchematicTree copy = std::make_unique<SchematicNode>();
+    copy->player = root.player;
+    copy->street = root.street;
+    copy->bets = root.bets;
+    copy->node_index = root.node_index;
+    copy->amount = root.amount;
+    copy->committed[0] = root.committed[0];
+    copy->committed[1] = root.committed[1];
+    for (const auto& [key, child] : root.children) {
+        SchematicTree child_copy = copy_schematic_tree(*child);
+        child_copy->parent = copy.get();
+        copy->children.emplace_hint(copy->children.end(), key, std::move(child_copy));
+    }
+    return copy;
+}
+
 SchematicNode* find_child(const SchematicNode& node, double key) {
     const auto found = node.children.find(key);
     return found == node.children.end() ? nullptr : found->second.get();

@@ -42,6 +42,9 @@ extern SchematicTree schematic_tree;
 
 SchematicTree make_schematic_tree();
 
+// A deep copy of the tree below `root`, with its own parent links.
+SchematicTree copy_schematic_tree(const SchematicNode& root);
+
 // The child reached by the action with this key, or null.
 SchematicNode* find_child(const SchematicNode& node, double key);
 

@@ -218,11 +218,15 @@ void build_game(bool choose) {
     const int previous_first_street = first_street;
     const int previous_effective_stack = effective_stack;
     std::vector<LineRecord> records;
+    // The tree keeps its own copy of the lines: they may change after the build.
+    SchematicTree lines = copy_schematic_tree(*schematic_tree);
     try {
+        // cut_line builds from what its cut leaves.
+        if (lines->children.empty()) throw_command_error("lines not set");
         first_street = 1 + (turn_mask ? 1 : 0) + (river_mask ? 1 : 0);
-        effective_stack = static_cast<int>(largest_line_amount(*schematic_tree));
+        effective_stack = static_cast<int>(largest_line_amount(*lines));
         if (first_street == flop_street && isomorphism_by_street[flop_street]) check_range_symmetry();
-        collect_lines(records, *schematic_tree, -1, 0.0);
+        collect_lines(records, *lines, -1, 0.0);
         for (const LineRecord& record : records)
             if (record.kind == decision_node && record.street > river_street) throw_command_error("invalid line");
     } catch (...) {
@@ -235,6 +239,7 @@ void build_game(bool choose) {
     cards.turn = first_street > flop_street ? single_card(turn_mask) : -1;
     cards.river = first_street > turn_street ? single_card(river_mask) : -1;
     create_engine(records, cards, isomorphism_by_street[first_street]);
+    engine->lines = std::move(lines);
     if (choose) apply_compression_setting();
     tree_ready = true;
 }

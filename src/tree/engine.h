@@ -9,6 +9,7 @@
 #include <mutex>
 #include <vector>
 
+#include "model/lines.h"
 #include "shell/protocol/game_setup.h"
 #include "storage/storage.h"
 #include "tree/capture_cache.h"
@@ -55,6 +56,10 @@ struct SubgameEngine {
     SubgameEngine& operator=(const SubgameEngine&) = delete;
 
     std::vector<TreeNode> nodes;  // the root is element 0
+    // The client's lines as they stood at the build, each node holding the
+    // index of its TreeNode. Paths resolve on these, so that lines edited
+    // since can't name a node the tree lacks.
+    SchematicTree lines;
     CardMask flop = 0;            // as given; the boards hold it permuted under isomorphism
     CardMask dead = 0;            // flop with the fixed turn and river, as given
     Card fixed_turn = -1;         // the board's own turn and river, -1 when dealt by the tree

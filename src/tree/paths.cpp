@@ -44,7 +44,19 @@ Card parse_path_card(const std::string& token) {
     return __builtin_ctzll(mask);
 }
 
-NodeRef root_position() { return {schematic_tree.get(), engine->fixed_turn, engine->fixed_river, false}; }
+NodeRef root_position() { return {engine->lines.get(), engine->fixed_turn, engine->fixed_river, false}; }
+
+// The node of the client's lines that stands where `built` stands in the
+// lines of the built tree, or null when the client has removed it since.
+SchematicNode* client_line_node(const SchematicNode& built) {
+    std::vector<double> keys;
+    for (const SchematicNode* node = &built; node->parent; node = node->parent)
+        for (const auto& [key, child] : node->parent->children)
+            if (child.get() == node) keys.push_back(key);
+    SchematicNode* node = schematic_tree.get();
+    for (auto key = keys.rbegin(); key != keys.rend() && node; ++key) node = find_child(*node, *key);
+    return node;
+}
 
 }  // namespace
 
@@ -214,8 +226,8 @@ void cmd_show_children(const Tokens& tokens) {
 
 void cmd_cut_line(const Tokens& tokens) {
     const NodeRef ref = parse_path(tokens[1]);
-    if (!ref.node || ref.node == schematic_tree.get()) throw_command_error("can't cut root");
-    remove_node(*ref.node);
+    if (!ref.node || ref.node == engine->lines.get()) throw_command_error("can't cut root");
+    if (SchematicNode* cut = client_line_node(*ref.node)) remove_node(*cut);
     build_game(true);
     reply("%s ok!\n", tokens[0].c_str());
 }
@@ -271,7 +283,7 @@ void reply_counts(const char* title, const PositionCounts& counts) {
 
 void cmd_node_count(const Tokens&) {
     TreeCounts counts;
-    count_positions(*schematic_tree, counts);
+    count_positions(*engine->lines, counts);
     reply_counts("H_DEC", counts.player[1]);
     reply_counts("V_DEC", counts.player[0]);
     reply_counts("SPLIT", counts.split);
