@@ -57,6 +57,7 @@ void cmd_calc_eq_node(const Tokens& tokens) {
         if (!std::isnan(result.matchups[slot])) met += result.matchups[slot];
     }
     reply_equity_lines(result);
-    reply("%.9g\n", weighted / met);
+    // A range that meets no hand there has no equity to share out.
+    reply("%.9g\n", met > 0 ? weighted / met : 0.0);
     reply("END\n");
 }

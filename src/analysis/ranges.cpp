@@ -50,5 +50,6 @@ double range_mass_ratio(int player, const std::string& path) {
         reached_sum += reached[slot];
         root_sum += root[slot];
     }
-    return reached_sum / root_sum;
+    // No hand of the range lives on the path's board: the player is never here.
+    return root_sum > 0 ? reached_sum / root_sum : 0.0;
 }

@@ -9,6 +9,7 @@
 #include "shell/protocol/settings.h"
 #include "storage/storage_assignment.h"
 #include "tree/boards.h"
+#include "tree/build_checks.h"
 #include "tree/engine.h"
 #include "tree/isomorphism.h"
 
@@ -229,6 +230,10 @@ void build_game(bool choose) {
         collect_lines(records, *lines, -1, 0.0);
         for (const LineRecord& record : records)
             if (record.kind == decision_node && record.street > river_street) throw_command_error("invalid line");
+        const CardMask dead = flop_mask | (first_street > flop_street ? turn_mask : 0) |
+                              (first_street > turn_street ? river_mask : 0);
+        check_ranges_deal(dead);
+        check_stakes(*lines, dead);
     } catch (...) {
         first_street = previous_first_street;
         effective_stack = previous_effective_stack;
