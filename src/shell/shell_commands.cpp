@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "shell/commands.h"
+#include "shell/line_reader.h"
 #include "shell/protocol/settings.h"
 #include "shell/protocol/tokens.h"
 #include "solver/solver_driver.h"
@@ -18,6 +19,18 @@
 namespace {
 
 int console_output_fd = -1;
+
+// Scripts that load scripts run inside one another on the stack; a script
+// that loads itself must end in a refusal, not a stack overflow.
+constexpr int max_script_depth = 64;
+int script_depth = 0;
+
+struct ScriptLevel {
+    ScriptLevel() { ++script_depth; }
+    ~ScriptLevel() { --script_depth; }
+    ScriptLevel(const ScriptLevel&) = delete;
+    ScriptLevel& operator=(const ScriptLevel&) = delete;
+};
 
 void sleep_milliseconds(long long milliseconds) {
     if (milliseconds > 0) std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
@@ -58,13 +71,24 @@ void cmd_help(const Tokens&) {
 void cmd_load_script(const Tokens& tokens) {
     const std::string path = tokens[1];
     if (verbosity > 0) reply("[load_script %s]\n", path.c_str());
+    // A directory opens as a stream that reads nothing.
+    if (!is_existing_file(path)) throw_command_error("can't open file");
+    if (script_depth >= max_script_depth) throw_command_error("nested too deeply");
     std::ifstream script(path);
     if (!script.is_open()) throw_command_error("can't open file");
+    const ScriptLevel level;
     std::string line;
-    while (std::getline(script, line)) {
+    for (;;) {
+        const LineEnd end = read_line(script, line);
+        if (end == LineEnd::too_long) {
+            refuse_long_line();
+            if (!skip_rest_of_line(script, max_script_skip_bytes)) return;
+            continue;
+        }
         if (!line.empty() && line.back() == '\r') line.pop_back();
-        if (line.empty()) continue;
-        run_line(line);
+        // Unlike standard input, a script's last line runs without its newline.
+        if (!line.empty()) run_line(line);
+        if (end == LineEnd::end_of_input) return;
     }
 }
 

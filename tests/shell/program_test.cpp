@@ -99,6 +99,22 @@ TEST_F(ProgramTest, RedirectionWritesAndAppendsToFiles) {
     EXPECT_EQ(body(run_result.output), "stdoutback ok!\nconsole\nstdoutback ok!\nstdoutback ok!\n");
 }
 
+TEST_F(ProgramTest, LinesOverTheBoundAreRefusedAndSkippedToTheirNewline) {
+    constexpr size_t bound = size_t(1) << 20;
+    // A line of exactly the bound runs; a byte more is refused, from standard
+    // input and from a script alike, and the next line runs as usual.
+    const std::string longest = "echo " + std::string(bound - 5, 'x');
+    write("long.txt", "echo before\n" + std::string(bound + 1, 'y') + "\necho after\n");
+    const ProgramRun result =
+        run("", longest + "\n" + longest + "z\nis_ready\nload_script long.txt\n" + std::string(3 * bound, 'w'));
+    EXPECT_EQ(result.exit_code, 0);
+    // Replies are cut at 64 KB; the unterminated last line is refused as soon
+    // as it passes the bound.
+    EXPECT_EQ(body(result.output), std::string(65535, 'x') +
+                                       "\nERROR: line too long\nis_ready ok!\nbefore\nERROR: line too long\nafter\n"
+                                       "ERROR: line too long\n");
+}
+
 TEST_F(ProgramTest, HelpListsSortedNamesWithoutAliases) {
     const std::string output = body(run("", "help\n").output);
     std::istringstream lines(output);

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,7 @@
 #include "model/hand_strength.h"
 #include "shell/avx_gate.h"
 #include "shell/commands.h"
+#include "shell/line_reader.h"
 #include "shell/process_watcher.h"
 #include "shell/protocol/cpu_info.h"
 #include "shell/protocol/settings.h"
@@ -98,10 +100,14 @@ void run_start_commands(const std::vector<std::string>& commands) {
 void serve_standard_input() {
     std::string line;
     for (;;) {
-        line.clear();
-        std::getline(std::cin, line);
+        const LineEnd end = read_line(std::cin, line);
+        if (end == LineEnd::too_long) {
+            refuse_long_line();
+            skip_rest_of_line(std::cin, std::numeric_limits<std::streamsize>::max());
+            continue;
+        }
         // A last line without its newline is dropped, like end of input.
-        if (std::cin.eof()) return;
+        if (end == LineEnd::end_of_input) return;
         if (line.empty()) continue;
         tagged_replies = front_end_mode && static_cast<unsigned char>(line[0]) == 167;
         if (tagged_replies) line.erase(0, 1);
