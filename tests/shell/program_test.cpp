@@ -115,6 +115,20 @@ TEST_F(ProgramTest, LinesOverTheBoundAreRefusedAndSkippedToTheirNewline) {
                                        "ERROR: line too long\n");
 }
 
+TEST_F(ProgramTest, AClosedOutputLosesItsLinesButNotTheProcess) {
+    // head takes one byte of the banner and closes the pipe, so every later
+    // reply and progress line fails to be written; the solve goes on, and a
+    // redirection gives the output a new home.
+    const fs::path spot = fs::path(__FILE__).parent_path() / "fixtures" / "turn_spot.txt";
+    const std::string command = "cd '" + work.string() + "' && { cat '" + spot.string() +
+                                "'; echo 'set_threads 1'; echo 'go 30 seconds'; sleep 2; echo stop; "
+                                "echo wait_for_solver; echo 'stdoutredi rescued.txt'; echo is_ready; } | "
+                                "{ '" TAVREK_BINARY "'; echo $? > status.txt; } | head -c 1 > /dev/null";
+    ASSERT_EQ(std::system(command.c_str()), 0);
+    EXPECT_EQ(read("status.txt"), "0\n");
+    EXPECT_EQ(read("rescued.txt"), "stdoutredi ok!\nis_ready ok!\n");
+}
+
 TEST_F(ProgramTest, HelpListsSortedNamesWithoutAliases) {
     const std::string output = body(run("", "help\n").output);
     std::istringstream lines(output);

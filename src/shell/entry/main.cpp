@@ -4,6 +4,7 @@
 #include <omp.h>
 #include <xmmintrin.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -156,6 +157,10 @@ int run(int argc, char** argv) {
 int main(int argc, char** argv) {
     // Denormal floats are slow and mean nothing to the solver: flush them to zero.
     _mm_setcsr(_mm_getcsr() | 0x8040);
+    // A client that closes its end of our output must not end the process
+    // and its solve: the write fails, its text is dropped, and input is
+    // still served (stdoutredi can give the output a new home).
+    signal(SIGPIPE, SIG_IGN);
     std::ios::sync_with_stdio(false);
     const int code = run(argc, argv);
     // No orderly tear-down: the watcher and any solver thread may still run,
