@@ -41,6 +41,7 @@ LineAmounts read_line_amounts(const Tokens& tokens) {
 }
 
 void merge_command(const Tokens& tokens, LineMerge mode) {
+    if (tokens.size() - 1 > max_line_amounts) throw_argument_error();
     const LineAmounts line = read_line_amounts(tokens);
     merge_line(*schematic_tree, line.amounts, mode);
     if (line.failure) std::rethrow_exception(line.failure);

@@ -8,6 +8,7 @@
 // builder only has to flatten the tree and classify its leaves.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -44,6 +45,10 @@ SchematicTree make_schematic_tree();
 
 // A deep copy of the tree below `root`, with its own parent links.
 SchematicTree copy_schematic_tree(const SchematicNode& root);
+
+// The most amounts one line may hold. Real lines have a few dozen; the bound
+// keeps the tree, and every walk that recurses through it, shallow.
+constexpr size_t max_line_amounts = 256;
 
 // The child reached by the action with this key, or null.
 SchematicNode* find_child(const SchematicNode& node, double key);

@@ -2,6 +2,8 @@
 
 #include <omp.h>
 
+#include <algorithm>
+
 
 #include "shell/protocol/game_setup.h"
 #include "shell/protocol/settings.h"
@@ -36,7 +38,7 @@ void cmd_set_threads(const Tokens& tokens) {
     const int count = parse_int(tokens[1]);
     // Walks read the count; it changes between two of them.
     std::lock_guard lock(engine_lock);
-    threads = count < 1 ? omp_get_max_threads() : count;
+    threads = count < 1 ? omp_get_max_threads() : std::min(count, max_threads);
     reply_ok(tokens);
 }
 

@@ -32,6 +32,9 @@ struct ScriptLevel {
     ScriptLevel& operator=(const ScriptLevel&) = delete;
 };
 
+// repeat writes its copies out in parts of about this size.
+constexpr size_t repeat_flush_bytes = size_t(1) << 20;
+
 void sleep_milliseconds(long long milliseconds) {
     if (milliseconds > 0) std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
 }
@@ -102,7 +105,11 @@ void cmd_repeat(const Tokens& tokens) {
     const int count = parse_int(tokens[1]);
     if (count <= 0 || count > 99999) throw_argument_error();
     const std::string text = join_tokens(tokens, 2, tokens.size()) + "\n";
-    for (int i = 0; i < count; ++i) reply_text(text);
+    for (int i = 0; i < count; ++i) {
+        reply_text(text);
+        // 99999 copies of a long text would be gigabytes: they leave in parts.
+        if (pending_reply_bytes() >= repeat_flush_bytes) flush_replies();
+    }
     reply("END\n");
 }
 

@@ -142,7 +142,7 @@ void solver_thread() {
             }
         }
         if (limit_is_steps) {
-            if (start_iterations + run_limit <= it) {
+            if (static_cast<int64_t>(start_iterations) + run_limit <= it) {
                 reason = SolverStop::steps_done;
                 break;
             }

@@ -61,6 +61,8 @@ void solver_print(const char* format, ...) {
     fflush(stdout);
 }
 
+size_t pending_reply_bytes() { return reply_buffer.size(); }
+
 void flush_replies() {
     if (reply_buffer.empty()) return;
     std::lock_guard lock(output_mutex);

@@ -20,6 +20,8 @@ void reply_text(const std::string& text);
 void solver_print(const char* format, ...) __attribute__((format(printf, 1, 2)));
 // Writes out what the current line replied.
 void flush_replies();
+// Bytes of replies not yet written out.
+size_t pending_reply_bytes();
 
 // A handler refuses by throwing one of these; the message is the finished reply.
 [[noreturn]] void throw_argument_error();

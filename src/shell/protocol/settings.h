@@ -25,6 +25,9 @@ extern std::string skip_label;
 
 // Solver settings.
 extern int threads;
+// set_threads asks for at most this many: each thread of a walk costs a stack
+// and per-thread sums at every chance position, and no machine runs more.
+constexpr int max_threads = 1024;
 extern double accuracy_setting;
 extern bool accuracy_is_fraction;
 extern std::atomic<double> accuracy;  // stop threshold in chips, read by the solver thread
