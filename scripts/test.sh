@@ -1,5 +1,7 @@
 #!/usr/bin/env bash
-# Sets up, builds and runs the whole test suite.
+# Sets up, builds and runs the whole test suite, then the protocol fuzzer for a
+# minute against the program built with the address and undefined-behaviour
+# sanitizers.
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
 bash "$root/scripts/build.sh"
@@ -8,3 +10,7 @@ ctest --output-on-failure -j"$(nproc)" --timeout 600
 # The Python package and tools, with Debian's Python (the one that sees python3-* packages).
 cd "$root/python"
 TAVREK_ENGINE="$root/build/tavrek" /usr/bin/python3 -m pytest -q -p no:cacheprovider tests
+cmake -S "$root" -B "$root/build-asan" -DTAVREK_SANITIZE=ON > /dev/null
+cmake --build "$root/build-asan" -j"$(nproc)" --target tavrek
+/usr/bin/python3 "$root/tests/fuzz/protocol_fuzz.py" --binary "$root/build-asan/tavrek" --seconds 60
+
