@@ -27,7 +27,6 @@ fuzzer again with --seed <seed> --sessions 1.
 """
 import argparse
 import concurrent.futures
-import math
 import os
 import random
 import re
@@ -96,7 +95,7 @@ def matches(pattern, line):
 
 def node_line(line):
     return (matches(r"^child \d+:$", line) or line in ("ROOT", "SPLIT_NODE", "END_NODE", "OOP_DEC", "IP_DEC")
-            or matches(r"^r(:[^ ]*)?$", line) or bool(CARD_LIST_RE.match(line))
+            or matches(r"^r(:.*)?$", line) or bool(CARD_LIST_RE.match(line))
             or (len(line.split(" ")) == 3 and all(is_number(v) for v in line.split(" ")))
             or matches(r"^\d+ children$", line) or matches(r"^flags:( [A-Z_ ]*)?$", line))
 
