@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "shell/reply.h"
+#include "shell/protocol/reply.h"
 
 LineEnd read_line(std::istream& in, std::string& line) {
     line.clear();

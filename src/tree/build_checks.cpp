@@ -4,8 +4,8 @@
 #include <cmath>
 #include <string>
 
-#include "model/game_setup.h"
-#include "shell/reply.h"
+#include "shell/protocol/game_setup.h"
+#include "shell/protocol/reply.h"
 
 namespace {
 
