@@ -9,7 +9,10 @@ cd "$root/build"
 ctest --output-on-failure -j"$(nproc)" --timeout 600
 # The Python package and tools, with Debian's Python (the one that sees python3-* packages).
 cd "$root/python"
-TAVREK_ENGINE="$root/build/tavrek" /usr/bin/python3 -m pytest -q -p no:cacheprovider tests
+# A test that hangs prints every thread's stack after five minutes; the run
+# as a whole is ended after twenty, so a hang can never hold CI to its limit.
+TAVREK_ENGINE="$root/build/tavrek" timeout --kill-after=30 1200 \
+    /usr/bin/python3 -m pytest -q -p no:cacheprovider -o faulthandler_timeout=300 tests
 cmake -S "$root" -B "$root/build-asan" -DTAVREK_SANITIZE=ON > /dev/null
 cmake --build "$root/build-asan" -j"$(nproc)" --target tavrek
 /usr/bin/python3 "$root/tests/fuzz/protocol_fuzz.py" --binary "$root/build-asan/tavrek" --seconds 60
