@@ -1,6 +1,5 @@
 // The parallel part of a walk: one task per (chance position, card), queued by
 // the descent, run by TraverseSubgames, and taken back by the ascent.
-#include <omp.h>
 #include <xmmintrin.h>
 
 #include <algorithm>
@@ -18,6 +17,7 @@ namespace {
 struct SubgameTask {
     WalkFrame frame;
     ChancePosition* position = nullptr;
+    int32_t place = 0;  // among its position's tasks, in card order
 };
 
 // Touched only under engine_lock, outside the parallel loop.
@@ -64,11 +64,49 @@ const RunoutBoard& task_card(const SubgameEngine& e, const WalkFrame& frame) {
     return frame.river >= 0 ? river_board(e, frame.turn, frame.river) : turn_board(e, frame.turn);
 }
 
-// The running thread's partial sum of a position, zeros until first used.
-float* thread_sum(std::vector<HandVector>& sums, int count) {
-    HandVector& sum = sums[static_cast<size_t>(omp_get_thread_num())];
-    if (!sum.data) sum = plain_zeros(count);
-    return sum.data;
+// Adds a task's results into its position's sums, through every image table
+// of the card.
+void add_results(ChancePosition& position, const RunoutBoard& card, const HandVector& value,
+                 const HandVector& best) {
+    const auto add_into = [&](HandVector& sum, const HandVector& result) {
+        if (!result.data || !sum.data) return;
+        const int count = result.count;
+        vec::scatter_add_each(sum.data, result.data, card.image_tables[0].data(), count);
+        for (size_t k = 1; k < card.image_tables.size(); ++k)
+            vec::scatter_add(sum.data, result.data, card.image_tables[k].data(), count);
+    };
+    add_into(position.value_sum, value);
+    add_into(position.best_sum, best);
+}
+
+// Hands a finished task's results to its position in card order: added now
+// when every earlier card's are in (and then those that wait behind it),
+// else copied to wait for their turn.
+void hand_in_results(ChancePosition& position, int place, const RunoutBoard& card, const WalkFrame& frame) {
+    std::unique_lock lock(position.add_mutex);
+    if (place != position.next_to_add) {
+        WaitingResult& waiting = position.waiting[static_cast<size_t>(place)];
+        waiting.card = &card;
+        waiting.value = frame.value.clone();
+        if (position.best_sum.data) waiting.best = frame.best.clone();
+        waiting.finished = true;
+        return;
+    }
+    // No other task has this place, so the sums are this thread's until the
+    // count moves on.
+    lock.unlock();
+    add_results(position, card, frame.value, frame.best);
+    lock.lock();
+    const int tasks = static_cast<int>(position.waiting.size());
+    for (++position.next_to_add; position.next_to_add < tasks; ++position.next_to_add) {
+        WaitingResult& waiting = position.waiting[static_cast<size_t>(position.next_to_add)];
+        if (!waiting.finished) break;
+        lock.unlock();
+        add_results(position, *waiting.card, waiting.value, waiting.best);
+        waiting.value.release();
+        waiting.best.release();
+        lock.lock();
+    }
 }
 
 void run_task(SubgameEngine& e, SubgameTask& task) {
@@ -106,16 +144,7 @@ void run_task(SubgameEngine& e, SubgameTask& task) {
     } else {
         walk(frame);
     }
-    const int parent_count = position.value_sum.count;
-    const auto add_into = [&](std::vector<HandVector>& sums, const HandVector& result) {
-        if (!result.data) return;
-        float* sum = thread_sum(sums, parent_count);
-        vec::scatter_add_each(sum, result.data, identity, count);
-        for (size_t k = 1; k < card.image_tables.size(); ++k)
-            vec::scatter_add(sum, result.data, card.image_tables[k].data(), count);
-    };
-    add_into(position.thread_values, frame.value);
-    if (position.best_sum.data) add_into(position.thread_bests, frame.best);
+    hand_in_results(position, task.place, card, frame);
     frame.reach.release();
     frame.own_reach.release();
     frame.value.release();
@@ -137,6 +166,7 @@ void queue_chance_tasks(WalkFrame& f, bool river_position, int only_card) {
 
     const int cards = river_position ? static_cast<int>(turn_board(e, f.turn).rivers.size())
                                      : static_cast<int>(e.root_board->turns.size());
+    int32_t places = 0;
     for (int card = 0; card < cards; ++card) {
         if (only_card >= 0 && card != only_card) continue;
         auto task = std::make_unique<SubgameTask>();
@@ -145,8 +175,10 @@ void queue_chance_tasks(WalkFrame& f, bool river_position, int only_card) {
         task->frame.turn = river_position ? f.turn : card;
         task->frame.river = river_position ? card : -1;
         task->position = position.get();
+        task->place = places++;
         tasks.push_back(std::move(task));
     }
+    position->waiting.resize(static_cast<size_t>(places));
     positions.push_back(std::move(position));
 }
 
@@ -180,22 +212,7 @@ void TraverseSubgames(SubgameEngine& e) {
         });
     }
     const int team = std::max(threads, 1);
-    for (auto& position : positions) {
-        position->thread_values.resize(static_cast<size_t>(team));
-        position->thread_bests.resize(static_cast<size_t>(team));
-    }
     const int count = static_cast<int>(order.size());
 #pragma omp parallel for schedule(dynamic, 1) num_threads(team)
     for (int i = 0; i < count; ++i) run_task(e, *order[i]);
-    for (auto& position : positions) {
-        const int parent_count = position->value_sum.count;
-        for (int t = 0; t < team; ++t) {
-            HandVector& value = position->thread_values[static_cast<size_t>(t)];
-            HandVector& best = position->thread_bests[static_cast<size_t>(t)];
-            if (value.data) vec::add(position->value_sum.data, value.data, parent_count);
-            if (best.data && position->best_sum.data) vec::add(position->best_sum.data, best.data, parent_count);
-            value.release();
-            best.release();
-        }
-    }
 }

@@ -6,6 +6,7 @@
 #include <cfloat>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <span>
 #include <vector>
 
@@ -163,6 +164,17 @@ RiverPair river_pair_children(const SubgameEngine& e, const TreeNode& node);
 // ---------------------------------------------------------------------------
 // Chance tasks.
 
+// A task's results that finished before those of an earlier card were
+// added, waiting for their turn. Plain blocks, not the pool's: whichever
+// thread adds them frees them, and a pool block freed on another thread
+// would join that thread's pool, so that pools would drift apart.
+struct WaitingResult {
+    const RunoutBoard* card = nullptr;
+    HandVector value;
+    HandVector best;
+    bool finished = false;
+};
+
 // The vectors one chance position shares with its tasks: the parent's reach,
 // own reach, and the accumulators the tasks add their results to.
 struct ChancePosition {
@@ -172,11 +184,13 @@ struct ChancePosition {
     HandVector own_reach;
     HandVector value_sum;
     HandVector best_sum;
-    // Each worker thread adds its tasks' results into its own pair, so tasks
-    // finish without a lock; the pairs are summed into the two above once
-    // the parallel loop is over.
-    std::vector<HandVector> thread_values;
-    std::vector<HandVector> thread_bests;
+    // Results are added in the order of the cards, whatever thread ran which
+    // task and when, so that f32 sums come out the same at any thread count.
+    // The task whose turn it is adds its own results and then those waiting
+    // after it; a task that finishes early leaves a copy. Under add_mutex.
+    std::mutex add_mutex;
+    int32_t next_to_add = 0;
+    std::vector<WaitingResult> waiting;  // by the task's place in card order
     // At a river position, its subtree's river decision nodes, whose rows
     // each task asks for before it walks.
     RiverNodes river_nodes;
