@@ -13,6 +13,7 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "model/cards.h"
@@ -118,12 +119,13 @@ void SetHoles(RootBoard& root, const double* weights_oop, const double* weights_
 void build_runout_tables(RootBoard& root);
 
 // The list, strengths and image tables of one runout board, from its parent's
-// list; used by build_turn and build_river.
+// list; used by build_turn and build_river. An image missing from the parent
+// list adds an "isomorph error" line to `report`.
 void build_list(RunoutBoard& board, const std::vector<CardMask>& parent_hands,
-                const std::vector<int16_t>& parent_hand_of_slot);
-void build_turn(RunoutBoard& board, const RootBoard& root);
+                const std::vector<int16_t>& parent_hand_of_slot, std::string& report);
+void build_turn(RunoutBoard& board, const RootBoard& root, std::string& report);
 void build_river(RunoutBoard& board, const std::vector<CardMask>& parent_hands,
-                 const std::vector<int16_t>& parent_hand_of_slot);
+                 const std::vector<int16_t>& parent_hand_of_slot, std::string& report);
 
 // Orders hands of equal strength on a river board by their rank and suit
 // pattern, so that the list order doesn't depend on memory order. -1 for an

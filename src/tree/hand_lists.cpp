@@ -49,18 +49,14 @@ void append_cards_text(std::string& line, CardMask mask) {
     }
 }
 
-// Straight to standard output, not a reply: the build runs on worker threads.
-// One write per line keeps lines of different threads apart.
-void report_missing_image(CardMask board, CardMask hand, CardMask image) {
-    std::string line = "isomorph error: ";
-    append_cards_text(line, board);
-    line += " | ";
-    append_cards_text(line, hand);
-    line += " | ";
-    append_cards_text(line, image);
-    line += '\n';
-    std::lock_guard<std::mutex> guard(output_mutex);
-    fputs(line.c_str(), stdout);
+void report_missing_image(std::string& report, CardMask board, CardMask hand, CardMask image) {
+    report += "isomorph error: ";
+    append_cards_text(report, board);
+    report += " | ";
+    append_cards_text(report, hand);
+    report += " | ";
+    append_cards_text(report, image);
+    report += '\n';
 }
 
 // The order that swaps suits a and b.
@@ -91,7 +87,7 @@ int32_t tie_key(CardMask mask, CardMask hand) {
 }
 
 void build_list(RunoutBoard& board, const std::vector<CardMask>& parent_hands,
-                const std::vector<int16_t>& parent_hand_of_slot) {
+                const std::vector<int16_t>& parent_hand_of_slot, std::string& report) {
     const int board_cards = __builtin_popcountll(board.mask);
     const bool river = board_cards == 5;
     const LaneMask board_lanes = lane_mask_of(board.mask);
@@ -127,14 +123,14 @@ void build_list(RunoutBoard& board, const std::vector<CardMask>& parent_hands,
             const CardMask image = apply_order(hand, swaps[k]);
             const int16_t parent_index = parent_hand_of_slot[slot_of_hand(image)];
             board.image_tables[k][n] = parent_index;
-            if (parent_index < 0) report_missing_image(board.mask, hand, image);
+            if (parent_index < 0) report_missing_image(report, board.mask, hand, image);
         }
     }
 }
 
 void build_river(RunoutBoard& board, const std::vector<CardMask>& parent_hands,
-                 const std::vector<int16_t>& parent_hand_of_slot) {
-    build_list(board, parent_hands, parent_hand_of_slot);
+                 const std::vector<int16_t>& parent_hand_of_slot, std::string& report) {
+    build_list(board, parent_hands, parent_hand_of_slot, report);
     fill_hand_cards(board.hand_cards, board.hands);
 
     board.strength_groups.clear();
@@ -165,13 +161,13 @@ void build_river(RunoutBoard& board, const std::vector<CardMask>& parent_hands,
     fill_hand_of_slot(board.hand_of_slot, board.hands);
 }
 
-void build_turn(RunoutBoard& board, const RootBoard& root) {
-    build_list(board, root.hands, root.hand_of_slot);
+void build_turn(RunoutBoard& board, const RootBoard& root, std::string& report) {
+    build_list(board, root.hands, root.hand_of_slot, report);
     fill_hand_cards(board.hand_cards, board.hands);
     fill_hand_of_slot(board.hand_of_slot, board.hands);
     board.river_hand_counts.clear();
     for (RunoutBoard& river : board.rivers) {
-        build_river(river, board.hands, board.hand_of_slot);
+        build_river(river, board.hands, board.hand_of_slot, report);
         board.river_hand_counts.push_back(static_cast<int32_t>(river.hands.size()));
     }
 }
@@ -195,12 +191,19 @@ void SetHoles(RootBoard& root, const double* weights_oop, const double* weights_
     const int turn_count = static_cast<int>(root.turns.size());
     root.turn_hand_counts.assign(turn_count, 0);
     root.river_hand_counts.assign(turn_count, {});
-    // Each iteration writes only its own turn board and its own count entries.
+    // Each iteration writes only its own turn board, its own count entries and
+    // its own report, and the reports are printed in turn order: the lines
+    // come out the same however the turns were shared out.
+    std::vector<std::string> reports(static_cast<size_t>(turn_count));
 #pragma omp parallel for num_threads(4) schedule(dynamic, 1)
     for (int i = 0; i < turn_count; ++i) {
         RunoutBoard& board = root.turns[i];
-        build_turn(board, root);
+        build_turn(board, root, reports[static_cast<size_t>(i)]);
         root.turn_hand_counts[i] = static_cast<int32_t>(board.hands.size());
         root.river_hand_counts[i] = board.river_hand_counts;
     }
+    // Straight to standard output, not replies, as the build has always
+    // printed them.
+    std::lock_guard<std::mutex> guard(output_mutex);
+    for (const std::string& report : reports) fputs(report.c_str(), stdout);
 }

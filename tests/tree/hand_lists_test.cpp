@@ -204,6 +204,12 @@ TEST_F(HandLists, MissingImageIsReportedAndMarked) {
     const int16_t hearts = turn.hand_of_slot[slot_of_hand(parse_cards("AhKh"))];
     EXPECT_LT(turn.image_tables[1][hearts], 0);
     EXPECT_GE(turn.image_tables[2][hearts], 0);  // the spade swap leaves Ah Kh alone
+
+    // The turns are built in parallel, but their lines come out in turn
+    // order, as one thread building them one after another prints them.
+    std::string in_order;
+    for (RunoutBoard& board : root->turns) build_turn(board, *root, in_order);
+    EXPECT_EQ(printed, in_order);
 }
 
 }  // namespace
