@@ -6,7 +6,10 @@
 // the worker threads, and the median of several runs is printed beside one
 // training iteration's time for scale.
 //
-//   analysis_bench <spot file> [--threads N] [--iterations N] [--runs K] [--river PATH]
+//   analysis_bench <spot> [--threads N] [--iterations N] [--runs K] [--river PATH]
+//
+// A spot is a file of protocol lines, or the letter of one kept in
+// bench/spots (R, T or F).
 #include <fcntl.h>
 #include <omp.h>
 #include <unistd.h>
@@ -42,7 +45,7 @@ struct Options {
 
 [[noreturn]] void usage() {
     std::fprintf(stderr,
-                 "usage: analysis_bench <spot file> [--threads N] [--iterations N] [--runs K] [--river PATH]\n");
+                 "usage: analysis_bench <spot file or R, T, F> [--threads N] [--iterations N] [--runs K] [--river PATH]\n");
     std::exit(2);
 }
 
@@ -60,7 +63,7 @@ Options parse(int argc, char** argv) {
         } else if (arg == "--river" && has_value) {
             options.river_path = argv[++i];
         } else if (!arg.empty() && arg[0] != '-' && options.spot.empty()) {
-            options.spot = arg;
+            options.spot = spot_path(arg);
         } else {
             usage();
         }

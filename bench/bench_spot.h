@@ -8,10 +8,23 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
 #include "shell/commands.h"
+
+// The benchmark spots kept in bench/spots, by the letter of their file
+// name: river, turn and flop.
+inline constexpr const char* bench_spot_letters[] = {"R", "T", "F"};
+
+// A spot named on the command line: a file, or the letter of a kept spot
+// ("T" for bench/spots/spot_T.txt).
+inline std::string spot_path(const std::string& name) {
+    if (std::ifstream(name)) return name;
+    const std::string kept = std::string(TAVREK_SPOT_DIR) + "/spot_" + name + ".txt";
+    return std::ifstream(kept) ? kept : name;
+}
 
 // The spot's non-empty lines, the last of which may lack its newline.
 inline std::vector<std::string> read_spot_lines(const std::string& path) {
@@ -43,3 +56,19 @@ inline void run_into(const char* path, const std::vector<std::string>& lines) {
 }
 
 inline void run_quietly(const std::vector<std::string>& lines) { run_into("/dev/null", lines); }
+
+// What protocol lines reply, as the program would print it.
+inline std::string replies_of(const std::vector<std::string>& lines) {
+    char path[] = "/tmp/tavrek_bench_XXXXXX";
+    const int file = mkstemp(path);
+    if (file < 0) {
+        std::fprintf(stderr, "can't make a temporary file\n");
+        std::exit(1);
+    }
+    close(file);
+    run_into(path, lines);
+    std::ifstream replies(path, std::ios::binary);
+    const std::string text((std::istreambuf_iterator<char>(replies)), std::istreambuf_iterator<char>());
+    unlink(path);
+    return text;
+}

@@ -2,7 +2,7 @@
 // time (median of several builds), the node counts and the uncompressed
 // storage estimate per street.
 //
-// usage: tree_build_bench [SPOT_DIR] [RUNS]   (default ../shared/bench, 5)
+// usage: tree_build_bench [SPOT_DIR] [RUNS]   (default: the kept spots of bench/spots, 5)
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -77,7 +77,7 @@ void report_spot(const std::string& name, const std::string& path, int runs) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const std::string dir = argc > 1 ? argv[1] : "../shared/bench";
+    const std::string dir = argc > 1 ? argv[1] : TAVREK_SPOT_DIR;
     const int runs = argc > 2 ? std::max(1, std::atoi(argv[2])) : 5;
     init_hand_strength_tables();
     init_combo_tables();
