@@ -79,33 +79,39 @@ void add_results(ChancePosition& position, const RunoutBoard& card, const HandVe
     add_into(position.best_sum, best);
 }
 
-// Hands a finished task's results to its position in card order: added now
-// when every earlier card's are in (and then those that wait behind it),
-// else copied to wait for their turn.
+// Hands a finished task's results to its position, which adds them in card
+// order: at once when every earlier card's are in, else from a copy left to
+// wait. Whoever adds a result goes on with those waiting behind it. The
+// additions run outside the lock; the count of added results says whose
+// turn it is, and no other task can hold the same place.
 void hand_in_results(ChancePosition& position, int place, const RunoutBoard& card, const WalkFrame& frame) {
+    const size_t tasks = position.waiting.size();
     std::unique_lock lock(position.add_mutex);
-    if (place != position.next_to_add) {
+    if (place == position.next_to_add) {
+        lock.unlock();
+        add_results(position, card, frame.value, frame.best);
+        lock.lock();
+        ++position.next_to_add;
+    } else {
+        // Only this task touches its entry until it is marked finished.
+        lock.unlock();
         WaitingResult& waiting = position.waiting[static_cast<size_t>(place)];
         waiting.card = &card;
         waiting.value = frame.value.clone();
         if (position.best_sum.data) waiting.best = frame.best.clone();
+        lock.lock();
         waiting.finished = true;
-        return;
+        // The earlier cards may have been added meanwhile.
+        if (place != position.next_to_add) return;
     }
-    // No other task has this place, so the sums are this thread's until the
-    // count moves on.
-    lock.unlock();
-    add_results(position, card, frame.value, frame.best);
-    lock.lock();
-    const int tasks = static_cast<int>(position.waiting.size());
-    for (++position.next_to_add; position.next_to_add < tasks; ++position.next_to_add) {
-        WaitingResult& waiting = position.waiting[static_cast<size_t>(position.next_to_add)];
-        if (!waiting.finished) break;
+    for (size_t next; (next = static_cast<size_t>(position.next_to_add)) < tasks && position.waiting[next].finished;) {
+        WaitingResult& waiting = position.waiting[next];
         lock.unlock();
         add_results(position, *waiting.card, waiting.value, waiting.best);
         waiting.value.release();
         waiting.best.release();
         lock.lock();
+        ++position.next_to_add;
     }
 }
 

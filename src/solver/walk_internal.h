@@ -185,9 +185,11 @@ struct ChancePosition {
     HandVector value_sum;
     HandVector best_sum;
     // Results are added in the order of the cards, whatever thread ran which
-    // task and when, so that f32 sums come out the same at any thread count.
-    // The task whose turn it is adds its own results and then those waiting
-    // after it; a task that finishes early leaves a copy. Under add_mutex.
+    // task and when, so that the f32 sums come out the same at any thread
+    // count, and as one thread running the tasks in order makes them. The
+    // task whose turn it is adds its own results and then those waiting
+    // behind it; a task that finishes early leaves a copy. The count and the
+    // finished marks are under add_mutex.
     std::mutex add_mutex;
     int32_t next_to_add = 0;
     std::vector<WaitingResult> waiting;  // by the task's place in card order
