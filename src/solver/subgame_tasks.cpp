@@ -18,9 +18,16 @@ struct SubgameTask {
     WalkFrame frame;
     ChancePosition* position = nullptr;
     int32_t place = 0;  // among its position's tasks, in card order
+    // Results of a task that finished before those of an earlier card were
+    // added, waiting for their turn. Plain blocks, not the pool's: whichever
+    // thread adds them frees them, and a pool block freed on another thread
+    // joins that thread's pool, so that the pools would drift apart.
+    HandVector waiting_value;
+    HandVector waiting_best;
+    bool finished = false;
 };
 
-// Touched only under engine_lock, outside the parallel loop.
+// Filled and emptied only under engine_lock, outside the parallel loop.
 std::vector<std::unique_ptr<ChancePosition>> positions;
 std::vector<std::unique_ptr<SubgameTask>> tasks;
 size_t ascent_cursor = 0;
@@ -84,32 +91,32 @@ void add_results(ChancePosition& position, const RunoutBoard& card, const HandVe
 // wait. Whoever adds a result goes on with those waiting behind it. The
 // additions run outside the lock; the count of added results says whose
 // turn it is, and no other task can hold the same place.
-void hand_in_results(ChancePosition& position, int place, const RunoutBoard& card, const WalkFrame& frame) {
-    const size_t tasks = position.waiting.size();
+void hand_in_results(SubgameTask& task, const RunoutBoard& card) {
+    ChancePosition& position = *task.position;
+    const WalkFrame& frame = task.frame;
     std::unique_lock lock(position.add_mutex);
-    if (place == position.next_to_add) {
+    if (task.place == position.next_to_add) {
         lock.unlock();
         add_results(position, card, frame.value, frame.best);
         lock.lock();
         ++position.next_to_add;
     } else {
-        // Only this task touches its entry until it is marked finished.
+        // Only this task touches its copies until it is marked finished.
         lock.unlock();
-        WaitingResult& waiting = position.waiting[static_cast<size_t>(place)];
-        waiting.card = &card;
-        waiting.value = frame.value.clone();
-        if (position.best_sum.data) waiting.best = frame.best.clone();
+        task.waiting_value = frame.value.clone();
+        if (position.best_sum.data) task.waiting_best = frame.best.clone();
         lock.lock();
-        waiting.finished = true;
+        task.finished = true;
         // The earlier cards may have been added meanwhile.
-        if (place != position.next_to_add) return;
+        if (task.place != position.next_to_add) return;
     }
-    for (size_t next; (next = static_cast<size_t>(position.next_to_add)) < tasks && position.waiting[next].finished;) {
-        WaitingResult& waiting = position.waiting[next];
+    while (position.next_to_add < position.task_count) {
+        SubgameTask& next = *tasks[static_cast<size_t>(position.first_task + position.next_to_add)];
+        if (!next.finished) break;
         lock.unlock();
-        add_results(position, *waiting.card, waiting.value, waiting.best);
-        waiting.value.release();
-        waiting.best.release();
+        add_results(position, task_card(*frame.engine, next.frame), next.waiting_value, next.waiting_best);
+        next.waiting_value.release();
+        next.waiting_best.release();
         lock.lock();
         ++position.next_to_add;
     }
@@ -150,7 +157,7 @@ void run_task(SubgameEngine& e, SubgameTask& task) {
     } else {
         walk(frame);
     }
-    hand_in_results(position, task.place, card, frame);
+    hand_in_results(task, card);
     frame.reach.release();
     frame.own_reach.release();
     frame.value.release();
@@ -172,6 +179,7 @@ void queue_chance_tasks(WalkFrame& f, bool river_position, int only_card) {
 
     const int cards = river_position ? static_cast<int>(turn_board(e, f.turn).rivers.size())
                                      : static_cast<int>(e.root_board->turns.size());
+    position->first_task = static_cast<int32_t>(tasks.size());
     int32_t places = 0;
     for (int card = 0; card < cards; ++card) {
         if (only_card >= 0 && card != only_card) continue;
@@ -184,7 +192,7 @@ void queue_chance_tasks(WalkFrame& f, bool river_position, int only_card) {
         task->place = places++;
         tasks.push_back(std::move(task));
     }
-    position->waiting.resize(static_cast<size_t>(places));
+    position->task_count = places;
     positions.push_back(std::move(position));
 }
 

@@ -164,17 +164,6 @@ RiverPair river_pair_children(const SubgameEngine& e, const TreeNode& node);
 // ---------------------------------------------------------------------------
 // Chance tasks.
 
-// A task's results that finished before those of an earlier card were
-// added, waiting for their turn. Plain blocks, not the pool's: whichever
-// thread adds them frees them, and a pool block freed on another thread
-// would join that thread's pool, so that pools would drift apart.
-struct WaitingResult {
-    const RunoutBoard* card = nullptr;
-    HandVector value;
-    HandVector best;
-    bool finished = false;
-};
-
 // The vectors one chance position shares with its tasks: the parent's reach,
 // own reach, and the accumulators the tasks add their results to.
 struct ChancePosition {
@@ -191,8 +180,9 @@ struct ChancePosition {
     // behind it; a task that finishes early leaves a copy. The count and the
     // finished marks are under add_mutex.
     std::mutex add_mutex;
-    int32_t next_to_add = 0;
-    std::vector<WaitingResult> waiting;  // by the task's place in card order
+    int32_t next_to_add = 0;  // tasks counted by their place in card order
+    int32_t task_count = 0;
+    int32_t first_task = 0;  // the place of the first in the walk's task list
     // At a river position, its subtree's river decision nodes, whose rows
     // each task asks for before it walks.
     RiverNodes river_nodes;
