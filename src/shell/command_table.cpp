@@ -3,6 +3,7 @@
 
 #include "analysis/equity_reports.h"
 #include "analysis/ev_reports.h"
+#include "analysis/frequency_reports.h"
 #include "analysis/strategy_reports.h"
 #include "model/cards.h"
 #include "model/categories.h"
@@ -72,6 +73,10 @@ constexpr CommandEntry table[] = {
     {"calc_ev", cmd_calc_ev, 3, player | tree, "<player> <path>", "each hand's expected value and weight at a node"},
     {"calc_ev_pp", cmd_calc_ev_pp, 3, player | tree, "<player> <path>", "calc_ev hand by hand"},
     {"calc_ev_line", cmd_calc_ev_line, 3, player, "<player> <path>", "two constant lines, for clients that ask"},
+    {"calc_line_freq", cmd_calc_line_freq, 2, tree, "<path>",
+     "the share of all deals that play the line to a node, over every runout"},
+    {"calc_global_freq", cmd_calc_global_freq, 2, tree, "<path>",
+     "the share of all deals that reach a node with the cards the path names"},
     {"calc_eq", cmd_calc_eq, 2, player | tree, "<player>", "each hand's equity and matchups at the root"},
     {"calc_eq_pp", cmd_calc_eq_pp, 2, player | tree, "<player>", "calc_eq hand by hand"},
     {"calc_eq_node", cmd_calc_eq_node, 3, player | tree, "<player> <path>",

@@ -1,0 +1,379 @@
+#include "analysis/line_reach.h"
+
+#include <immintrin.h>
+
+#include <algorithm>
+#include <cmath>
+#include <mutex>
+#include <vector>
+
+#include "analysis/hand_rows.h"
+#include "shell/protocol/reply.h"
+#include "shell/protocol/settings.h"
+#include "solver/node_strategy.h"
+#include "solver/walk.h"
+#include "tree/boards.h"
+
+namespace {
+
+// A pair of hands meets 45 turn cards, then 44 river cards.
+constexpr double turn_deal_weight = 1.0 / 45;
+constexpr double river_deal_weight = 1.0 / 44;
+
+[[noreturn]] void throw_incorrect_path() { throw_command_error("incorrect path"); }
+
+// One decision on the way to the node, with the action the line takes there.
+struct LineStep {
+    const TreeNode* node = nullptr;
+    int action = 0;
+};
+
+struct Line {
+    std::vector<LineStep> steps[4];  // by street, root first
+    int street = flop_street;        // the deepest street whose boards the line needs
+};
+
+// Cards named beyond the tree's own deepen the line to their street.
+Line make_line(const SubgameEngine& e, int node_index, Card turn, Card river) {
+    const TreeNode& node = e.nodes[node_index];
+    Line line;
+    // A showdown says street 3 even when it closes an all-in on the flop:
+    // a terminal's boards are those of the action that ends the hand.
+    line.street = node.kind == decision_node || !node.parent_node ? node.street : node.parent_node->street;
+    line.street = std::max(line.street, first_street);
+    if (turn >= 0) line.street = std::max(line.street, static_cast<int>(turn_street));
+    if (river >= 0) line.street = river_street;
+    int child = node_index;
+    for (const TreeNode* parent = node.parent_node; parent; parent = parent->parent_node) {
+        const auto taken = std::find(parent->children.begin(), parent->children.end(), child);
+        line.steps[parent->street].push_back({parent, static_cast<int>(taken - parent->children.begin())});
+        child = static_cast<int>(parent - e.nodes.data());
+    }
+    for (std::vector<LineStep>& steps : line.steps) std::reverse(steps.begin(), steps.end());
+    return line;
+}
+
+// The tree deals the turn (a flop tree), or the river (a flop or turn tree).
+bool deals_turn() { return first_street == flop_street; }
+bool deals_river() { return first_street <= turn_street; }
+
+// Both players' reach over one list, in double so that long lines keep
+// their digits.
+using Reach = std::vector<double>[2];
+
+// Per thread: the reach at the turn and the river, and the rows read.
+struct Workspace {
+    Reach turn;
+    Reach river;
+    std::vector<float> rows;
+    ReportedStrategyScratch scratch;
+};
+
+bool reached(const std::vector<double>& reach) {
+    return std::any_of(reach.begin(), reach.end(), [](double value) { return value != 0; });
+}
+
+// Each step's acting player takes the share of the action on the line.
+void apply_steps(const SubgameEngine& e, const std::vector<LineStep>& steps, int turn, int river, int count,
+                 Reach& reach, Workspace& work) {
+    for (const LineStep& step : steps) {
+        const TreeNode& node = *step.node;
+        std::vector<double>& own = reach[node.player];
+        if (!reached(own)) continue;
+        work.rows.resize(node.children.size() * static_cast<size_t>(count));
+        read_reported_strategy_locked(e, node, turn, river, count, work.rows.data(), work.scratch);
+        const float* share = work.rows.data() + static_cast<size_t>(step.action) * count;
+        for (int h = 0; h < count; ++h) own[h] *= share[h];
+    }
+}
+
+// The reach of a dealt board's hands, read from the list above through the
+// board's own table.
+void deal(const RunoutBoard& board, const Reach& above, Reach& below) {
+    const std::vector<int16_t>& parent_index = board.image_tables[0];
+    const size_t count = board.hands.size();
+    for (int player = 0; player < 2; ++player) {
+        below[player].resize(count);
+        for (size_t h = 0; h < count; ++h) below[player][h] = above[player][parent_index[h]];
+    }
+}
+
+// The share of the deals of a pair of hands that a board of the line's
+// street stands for.
+double runout_weight(int street) {
+    double weight = 1;
+    if (street >= turn_street && deals_turn()) weight *= turn_deal_weight;
+    if (street == river_street && deals_river()) weight *= river_deal_weight;
+    return weight;
+}
+
+// The opponent's reach that a hand can meet: all of it, less what holds
+// either of the hand's cards, plus the hand's own share, taken away twice.
+struct OpposingReach {
+    double total = 0;
+    double by_card[52] = {};
+
+    OpposingReach(const std::vector<double>& reach, const uint16_t* hand_cards) {
+        for (size_t o = 0; o < reach.size(); ++o) {
+            total += reach[o];
+            by_card[hand_cards[o] & 0xFF] += reach[o];
+            by_card[hand_cards[o] >> 8] += reach[o];
+        }
+    }
+    double met_by(uint16_t cards, double own_share) const {
+        // Rounding may leave a trace below zero where nothing is met.
+        return std::max(0.0, total - by_card[cards & 0xFF] - by_card[cards >> 8] + own_share);
+    }
+};
+
+double joint_sum(const Reach& reach, const uint16_t* hand_cards, double weight) {
+    const OpposingReach opposing(reach[1], hand_cards);
+    double sum = 0;
+    for (size_t h = 0; h < reach[0].size(); ++h)
+        if (reach[0][h] != 0) sum += reach[0][h] * opposing.met_by(hand_cards[h], reach[1][h]);
+    return sum * weight;
+}
+
+// The tree's first board: its list and its place in the tree of boards.
+struct RootList {
+    int turn = -1;
+    int river = -1;
+    const std::vector<uint16_t>* hand_cards = nullptr;
+};
+
+RootList root_list(const SubgameEngine& e) {
+    const RootBoard& root = *e.root_board;
+    RootList list{e.root_turn_group, e.root_river_row, &root.hand_cards};
+    if (list.turn >= 0) list.hand_cards = &root.turns[list.turn].hand_cards;
+    if (list.river >= 0) list.hand_cards = &root.turns[list.turn].rivers[list.river].hand_cards;
+    return list;
+}
+
+// Root weights times the strategies of the line's steps on the first street.
+void root_reach(const SubgameEngine& e, const Line& line, Reach& reach, Workspace& work) {
+    const RootList list = root_list(e);
+    for (int player = 0; player < 2; ++player)
+        reach[player].assign(e.root_weights[player].begin(), e.root_weights[player].end());
+    const int count = static_cast<int>(list.hand_cards->size());
+    apply_steps(e, line.steps[first_street], list.turn, list.river, count, reach, work);
+}
+
+// The turn level below the root reach: the root reach itself on a turn tree.
+void turn_reach(const SubgameEngine& e, const Line& line, const Reach& top, int turn, Workspace& work) {
+    if (!deals_turn()) {
+        for (int player = 0; player < 2; ++player) work.turn[player] = top[player];
+        return;
+    }
+    const RunoutBoard& board = e.root_board->turns[turn];
+    deal(board, top, work.turn);
+    apply_steps(e, line.steps[turn_street], turn, -1, static_cast<int>(board.hands.size()), work.turn, work);
+}
+
+void river_reach(const SubgameEngine& e, const Line& line, const Reach& above, int turn, int river, Workspace& work) {
+    const RunoutBoard& board = e.root_board->turns[turn].rivers[river];
+    if (deals_river()) {
+        deal(board, above, work.river);
+    } else {
+        for (int player = 0; player < 2; ++player) work.river[player] = above[player];
+    }
+    apply_steps(e, line.steps[river_street], turn, river, static_cast<int>(board.hands.size()), work.river, work);
+}
+
+// Holds a river subtree's streamed rows for the line's river steps.
+class RiverRowsHold {
+public:
+    RiverRowsHold(const SubgameEngine& e, const Line& line, int turn) {
+        const std::vector<LineStep>& steps = line.steps[river_street];
+        if (!steps.empty()) open_reported_river_rows(e, *steps.front().node, turn, held_);
+    }
+    ~RiverRowsHold() { close_reported_river_rows(held_); }
+    RiverRowsHold(const RiverRowsHold&) = delete;
+    RiverRowsHold& operator=(const RiverRowsHold&) = delete;
+
+private:
+    ReportedRiverRows held_;
+};
+
+// The runouts of one real turn card (or the turn of a turn tree): the
+// river boards under it in rising order of the real river cards.
+struct TurnRunouts {
+    int turn = -1;                 // index in the tree of boards
+    std::vector<int16_t> rivers;   // river indices; empty when the line ends on the turn
+    double sum = 0;
+};
+
+// The real turn cards that share one stored turn board. One worker takes
+// them all: a stored board's streamed rows are open for one worker at a
+// time, and its turn reach and river sums are the same for each of them.
+struct StoredTurn {
+    int turn = -1;
+    std::vector<TurnRunouts*> cards;
+};
+
+void sum_stored_turn(const SubgameEngine& e, const Line& line, const Reach& top, StoredTurn& stored,
+                     Workspace& work) {
+    turn_reach(e, line, top, stored.turn, work);
+    const RunoutBoard& turn = e.root_board->turns[stored.turn];
+    if (line.street == turn_street) {
+        const double sum = joint_sum(work.turn, turn.hand_cards.data(), runout_weight(turn_street));
+        for (TurnRunouts* card : stored.cards) card->sum = sum;
+        return;
+    }
+    if (!reached(work.turn[0]) || !reached(work.turn[1])) return;
+    RiverRowsHold hold(e, line, stored.turn);
+    // A river board stands for every real river card that maps to it.
+    std::vector<double> river_sums(turn.rivers.size(), NAN);
+    for (TurnRunouts* card : stored.cards) {
+        for (const int16_t river : card->rivers) {
+            double& sum = river_sums[river];
+            if (std::isnan(sum)) {
+                river_reach(e, line, work.turn, stored.turn, river, work);
+                sum = joint_sum(work.river, turn.rivers[river].hand_cards.data(), runout_weight(river_street));
+            }
+            card->sum += sum;
+        }
+    }
+}
+
+// Where the real cards of a runout lead; a named card that leads nowhere
+// makes the path incorrect.
+BoardLocation locate(const SubgameEngine& e, Card turn, Card river) {
+    const BoardLocation location =
+        board_lookup(*e.root_board, e.flop, turn, river, (e.flags & isomorphism_on_flag) != 0);
+    if (location.turn_index < 0 || (river >= 0 && location.river_index < 0)) throw_incorrect_path();
+    return location;
+}
+
+// The real cards a street can deal on top of `dead`, in rising order, or
+// the one named.
+std::vector<Card> cards_for(Card named, CardMask dead) {
+    if (named >= 0) return {named};
+    std::vector<Card> cards;
+    for (Card card = 0; card < 52; ++card)
+        if (!(dead & card_bit(card))) cards.push_back(card);
+    return cards;
+}
+
+std::vector<TurnRunouts> runouts_of(const SubgameEngine& e, const Line& line, Card turn, Card river) {
+    std::vector<TurnRunouts> runouts;
+    const std::vector<Card> turns = deals_turn() ? cards_for(turn, e.dead) : std::vector<Card>{e.fixed_turn};
+    const bool rivers = line.street == river_street;
+    for (const Card t : turns) {
+        TurnRunouts card;
+        card.turn = deals_turn() ? locate(e, t, -1).turn_index : e.root_turn_group;
+        if (rivers) {
+            for (const Card r : cards_for(river, e.dead | card_bit(t))) {
+                // A named river the turn already holds: no such runout.
+                if (r == t) continue;
+                card.rivers.push_back(static_cast<int16_t>(locate(e, t, r).river_index));
+            }
+        }
+        runouts.push_back(std::move(card));
+    }
+    return runouts;
+}
+
+// Every card that the line's boards need is named (or fixed by the board).
+bool single_board(const Line& line, Card turn, Card river) {
+    if (line.street >= turn_street && deals_turn() && turn < 0) return false;
+    if (line.street == river_street && deals_river() && river < 0) return false;
+    return true;
+}
+
+// Where a forgotten street's subgame must be solved before the line's rows
+// on it can be read: a node on or below the first forgotten street whose
+// cards are all named. Partial solves of forgotten subgames come with
+// forgetting itself; until a tree can forget, `forgotten_from` stays -1 and
+// nothing here is due. Without the solve a forgotten node plays uniformly.
+void solve_forgotten_subgame_first(const SubgameEngine& e, const Line& line) {
+    if (e.forgotten_from < 0 || line.street < e.forgotten_from) return;
+    // The subgame's solve (from the reach kept at the street's first node)
+    // is to be called here.
+}
+
+}  // namespace
+
+RangeVector line_mass(int player, int node_index, Card turn, Card river) {
+    SubgameEngine& e = *engine;
+    if (turn < 0) turn = e.fixed_turn;
+    if (river < 0) river = e.fixed_river;
+    const Line line = make_line(e, node_index, turn, river);
+    if (!single_board(line, turn, river)) throw_incorrect_path();
+    QueryBoard board;
+    const Card board_turn = line.street >= turn_street ? turn : -1;
+    const Card board_river = line.street == river_street ? river : -1;
+    if (!find_query_board(e, board_turn, board_river, board)) throw_incorrect_path();
+    solve_forgotten_subgame_first(e, line);
+
+    std::vector<float> mass(static_cast<size_t>(board.hand_count));
+    {
+        std::lock_guard lock(engine_lock);
+        open_all_storage(e);
+        Workspace work;
+        Reach top;
+        root_reach(e, line, top, work);
+        const Reach* at = &top;
+        if (line.street > first_street) {
+            turn_reach(e, line, top, board.turn_index, work);
+            at = &work.turn;
+        }
+        if (line.street == river_street && first_street < river_street) {
+            RiverRowsHold hold(e, line, board.turn_index);
+            river_reach(e, line, work.turn, board.turn_index, board.river_index, work);
+            at = &work.river;
+        }
+        const Reach& reach = *at;
+        const OpposingReach opposing(reach[1 - player], board.hand_cards->data());
+        const double weight = runout_weight(line.street);
+        for (int h = 0; h < board.hand_count; ++h) {
+            const double met = opposing.met_by((*board.hand_cards)[h], reach[1 - player][h]);
+            mass[h] = static_cast<float>(reach[player][h] * met * weight);
+        }
+    }
+    return expand_row(e, board, mass.data());
+}
+
+double line_total(int node_index, Card turn, Card river) {
+    SubgameEngine& e = *engine;
+    if (turn < 0) turn = e.fixed_turn;
+    if (river < 0) river = e.fixed_river;
+    const Line line = make_line(e, node_index, turn, river);
+    if (single_board(line, turn, river)) {
+        const RangeVector mass = line_mass(0, node_index, turn, river);
+        double sum = 0;
+        for (const double value : mass)
+            if (!std::isnan(value)) sum += value;
+        return sum;
+    }
+
+    // Boards are found before the lock, where a refusal can still leave.
+    std::vector<TurnRunouts> runouts = runouts_of(e, line, turn, river);
+    std::vector<StoredTurn> stored;
+    for (TurnRunouts& card : runouts) {
+        auto same = std::find_if(stored.begin(), stored.end(), [&](const StoredTurn& s) { return s.turn == card.turn; });
+        if (same == stored.end()) same = stored.insert(stored.end(), StoredTurn{card.turn, {}});
+        same->cards.push_back(&card);
+    }
+    {
+        std::lock_guard lock(engine_lock);
+        open_all_storage(e);
+        Workspace main_work;
+        Reach top;
+        root_reach(e, line, top, main_work);
+        const int count = static_cast<int>(stored.size());
+        const int team = std::max(threads, 1);
+        // A line that ends on the turn is a few rows per card: waking the
+        // workers would cost more than it saves.
+        const bool parallel = line.street == river_street;
+#pragma omp parallel num_threads(team) if (parallel)
+        {
+            _mm_setcsr(_mm_getcsr() | 0x8040);
+            Workspace work;
+#pragma omp for schedule(dynamic, 1)
+            for (int i = 0; i < count; ++i) sum_stored_turn(e, line, top, stored[i], work);
+        }
+    }
+    double total = 0;
+    for (const TurnRunouts& card : runouts) total += card.sum;
+    return total;
+}
