@@ -254,25 +254,6 @@ std::vector<Card> cards_for(Card named, CardMask dead) {
     return cards;
 }
 
-std::vector<TurnRunouts> runouts_of(const SubgameEngine& e, const Line& line, Card turn, Card river) {
-    std::vector<TurnRunouts> runouts;
-    const std::vector<Card> turns = deals_turn() ? cards_for(turn, e.dead) : std::vector<Card>{e.fixed_turn};
-    const bool rivers = line.street == river_street;
-    for (const Card t : turns) {
-        TurnRunouts card;
-        card.turn = deals_turn() ? locate(e, t, -1).turn_index : e.root_turn_group;
-        if (rivers) {
-            for (const Card r : cards_for(river, e.dead | card_bit(t))) {
-                // A named river the turn already holds: no such runout.
-                if (r == t) continue;
-                card.rivers.push_back(static_cast<int16_t>(locate(e, t, r).river_index));
-            }
-        }
-        runouts.push_back(std::move(card));
-    }
-    return runouts;
-}
-
 // Every card that the line's boards need is named (or fixed by the board).
 bool single_board(const Line& line, Card turn, Card river) {
     if (line.street >= turn_street && deals_turn() && turn < 0) return false;
@@ -280,18 +261,60 @@ bool single_board(const Line& line, Card turn, Card river) {
     return true;
 }
 
-// Where a forgotten street's subgame must be solved before the line's rows
-// on it can be read: a node on or below the first forgotten street whose
-// cards are all named. Partial solves of forgotten subgames come with
-// forgetting itself; until a tree can forget, `forgotten_from` stays -1 and
-// nothing here is due. Without the solve a forgotten node plays uniformly.
-void solve_forgotten_subgame_first(const SubgameEngine& e, const Line& line) {
-    if (e.forgotten_from < 0 || line.street < e.forgotten_from) return;
-    // The subgame's solve (from the reach kept at the street's first node)
-    // is to be called here.
+// Sums the runouts in the order given. Real turn cards that share a stored
+// turn board go to one worker; a line that reaches the river is summed in
+// parallel over those boards, `threads` at a time. Each real turn card's sum
+// has its own slot and the slots are added in order after the loop, so the
+// figure is the same at any thread count.
+double sum_runouts(SubgameEngine& e, const Line& line, std::vector<TurnRunouts>& runouts) {
+    std::vector<StoredTurn> stored;
+    for (TurnRunouts& card : runouts) {
+        auto same = std::find_if(stored.begin(), stored.end(), [&](const StoredTurn& s) { return s.turn == card.turn; });
+        if (same == stored.end()) same = stored.insert(stored.end(), StoredTurn{card.turn, {}});
+        same->cards.push_back(&card);
+    }
+    {
+        std::lock_guard lock(engine_lock);
+        open_all_storage(e);
+        Workspace main_work;
+        Reach top;
+        root_reach(e, line, top, main_work);
+        const int count = static_cast<int>(stored.size());
+        const int team = std::max(threads, 1);
+        // A line that ends on the turn is a few rows per card: waking the
+        // workers would cost more than it saves.
+        const bool parallel = line.street == river_street;
+#pragma omp parallel num_threads(team) if (parallel)
+        {
+            // Flush denormals to zero on every worker, as the walk does, so
+            // that no figure depends on which thread summed it.
+            _mm_setcsr(_mm_getcsr() | 0x8040);
+            Workspace work;
+#pragma omp for schedule(dynamic, 1)
+            for (int i = 0; i < count; ++i) sum_stored_turn(e, line, top, stored[i], work);
+        }
+    }
+    double total = 0;
+    for (const TurnRunouts& card : runouts) total += card.sum;
+    return total;
+}
+
+// A group per turn card that the line leaves open (or the one named), and
+// in it every river card that the turn and the board leave (or the one named).
+RunoutGroups river_groups(const SubgameEngine& e, Card turn, Card river) {
+    RunoutGroups groups;
+    for (const Card t : deals_turn() ? cards_for(turn, e.dead) : std::vector<Card>{e.fixed_turn}) {
+        std::vector<uint16_t>& items = groups.emplace_back();
+        for (const Card r : cards_for(river, e.dead | card_bit(t)))
+            // A named river the turn already holds: no such runout.
+            if (r != t) items.push_back(static_cast<uint16_t>(t * 256 + r));
+    }
+    return groups;
 }
 
 }  // namespace
+
+bool tree_has_forgotten_streets(const SubgameEngine& e) { return e.forgotten_from >= 0; }
 
 RangeVector line_mass(int player, int node_index, Card turn, Card river) {
     SubgameEngine& e = *engine;
@@ -303,7 +326,8 @@ RangeVector line_mass(int player, int node_index, Card turn, Card river) {
     const Card board_turn = line.street >= turn_street ? turn : -1;
     const Card board_river = line.street == river_street ? river : -1;
     if (!find_query_board(e, board_turn, board_river, board)) throw_incorrect_path();
-    solve_forgotten_subgame_first(e, line);
+    // A forgotten street has no rows: its nodes read as the stores' defaults
+    // until its subgames can be solved on demand.
 
     std::vector<float> mass(static_cast<size_t>(board.hand_count));
     {
@@ -333,7 +357,26 @@ RangeVector line_mass(int player, int node_index, Card turn, Card river) {
     return expand_row(e, board, mass.data());
 }
 
-double line_total(int node_index, Card turn, Card river) {
+double libsubgame_calc_river_line_freq(int node_index, const RunoutGroups& groups) {
+    SubgameEngine& e = *engine;
+    Line line = make_line(e, node_index, -1, -1);
+    line.street = river_street;
+    // Boards are found before the lock, where a refusal can still leave.
+    std::vector<TurnRunouts> runouts;
+    for (const std::vector<uint16_t>& items : groups) {
+        if (items.empty()) continue;
+        TurnRunouts& card = runouts.emplace_back();
+        const Card turn = items.front() >> 8;
+        card.turn = deals_turn() ? locate(e, turn, -1).turn_index : e.root_turn_group;
+        for (const uint16_t item : items) {
+            if (item >> 8 != turn) throw_incorrect_path();
+            card.rivers.push_back(static_cast<int16_t>(locate(e, turn, item & 0xFF).river_index));
+        }
+    }
+    return sum_runouts(e, line, runouts);
+}
+
+double line_sum(int node_index, Card turn, Card river) {
     SubgameEngine& e = *engine;
     if (turn < 0) turn = e.fixed_turn;
     if (river < 0) river = e.fixed_river;
@@ -345,35 +388,9 @@ double line_total(int node_index, Card turn, Card river) {
             if (!std::isnan(value)) sum += value;
         return sum;
     }
-
-    // Boards are found before the lock, where a refusal can still leave.
-    std::vector<TurnRunouts> runouts = runouts_of(e, line, turn, river);
-    std::vector<StoredTurn> stored;
-    for (TurnRunouts& card : runouts) {
-        auto same = std::find_if(stored.begin(), stored.end(), [&](const StoredTurn& s) { return s.turn == card.turn; });
-        if (same == stored.end()) same = stored.insert(stored.end(), StoredTurn{card.turn, {}});
-        same->cards.push_back(&card);
-    }
-    {
-        std::lock_guard lock(engine_lock);
-        open_all_storage(e);
-        Workspace main_work;
-        Reach top;
-        root_reach(e, line, top, main_work);
-        const int count = static_cast<int>(stored.size());
-        const int team = std::max(threads, 1);
-        // A line that ends on the turn is a few rows per card: waking the
-        // workers would cost more than it saves.
-        const bool parallel = line.street == river_street;
-#pragma omp parallel num_threads(team) if (parallel)
-        {
-            _mm_setcsr(_mm_getcsr() | 0x8040);
-            Workspace work;
-#pragma omp for schedule(dynamic, 1)
-            for (int i = 0; i < count; ++i) sum_stored_turn(e, line, top, stored[i], work);
-        }
-    }
-    double total = 0;
-    for (const TurnRunouts& card : runouts) total += card.sum;
-    return total;
+    if (line.street == river_street) return libsubgame_calc_river_line_freq(node_index, river_groups(e, turn, river));
+    // A turn line of a flop tree: every turn card.
+    std::vector<TurnRunouts> runouts;
+    for (const Card t : cards_for(turn, e.dead)) runouts.push_back({locate(e, t, -1).turn_index, {}, 0});
+    return sum_runouts(e, line, runouts);
 }

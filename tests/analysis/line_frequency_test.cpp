@@ -10,6 +10,7 @@
 #include <tuple>
 
 #include "analysis/frequency_reports.h"
+#include "analysis/line_reach.h"
 #include "analysis_test_support.h"
 #include "solver/solver_driver.h"
 #include "solver/walk.h"
@@ -269,6 +270,20 @@ TEST_F(LineFrequency, SharesAddUpOverActionsAndOverCards) {
     EXPECT_NEAR(turns, global_freq("r:0:c:c"), 1e-6 * turns);
     const double rivers = sum_over_cards("r:0:c:c:7d:c:c", engine->dead | card_bit(card_of("7d")));
     EXPECT_NEAR(rivers, global_freq("r:0:c:c:7d:c:c"), 1e-6 * rivers);
+
+    // The grouped sum over a few runouts, two of them under one turn card
+    // whose stored board another turn card shares.
+    const std::string river_node = "r:0:c:c:7d:c:c:8c:c";
+    const auto item = [](const char* turn, const char* river) {
+        return static_cast<uint16_t>(card_of(turn) * 256 + card_of(river));
+    };
+    const RunoutGroups groups = {{item("7d", "8c"), item("7d", "Ah")}, {item("7c", "Ah")}, {item("Kc", "3s")}};
+    double runouts = 0;
+    for (const char* cards : {"7d:c:c:8c", "7d:c:c:Ah", "7c:c:c:Ah", "Kc:c:c:3s"})
+        runouts += global_freq("r:0:c:c:" + std::string(cards) + ":c");
+    const double grouped = libsubgame_calc_river_line_freq(parse_path(river_node).node->node_index, groups) /
+                           line_sum(0, -1, -1);
+    EXPECT_NEAR(grouped, runouts, 1e-6 * runouts);
 }
 
 TEST_F(LineFrequency, RiverCardsOfATurnTreeAddUpToTheLine) {
