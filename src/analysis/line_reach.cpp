@@ -11,6 +11,7 @@
 #include "shell/protocol/reply.h"
 #include "shell/protocol/settings.h"
 #include "solver/node_strategy.h"
+#include "solver/river_rows.h"
 #include "solver/walk.h"
 #include "tree/boards.h"
 
@@ -61,13 +62,43 @@ bool deals_river() { return first_street <= turn_street; }
 // their digits.
 using Reach = std::vector<double>[2];
 
+// Room for one node's strategy as the reports show it: a row per action,
+// and for the average a row per action of the current strategy and one of
+// the sums' total. Reused from read to read.
+struct StrategyRows {
+    std::vector<float> values;
+    std::vector<float*> shown;
+    std::vector<float*> current;
+};
+
 // Per thread: the reach at the turn and the river, and the rows read.
 struct Workspace {
     Reach turn;
     Reach river;
-    std::vector<float> rows;
-    ReportedStrategyScratch scratch;
+    StrategyRows strategy;
 };
+
+// The share of the step's action for each hand of the board (turn group,
+// river row) with `count` hands, as show_strategy and get_strategy give it.
+// The caller holds engine_lock with every store open, and on the river the
+// streamed rows of the node's subtree.
+const float* action_share(const SubgameEngine& e, const LineStep& step, int turn, int river, int count,
+                          StrategyRows& room) {
+    const TreeNode& node = *step.node;
+    const size_t actions = node.children.size();
+    const bool average = report_shows_average(e, node);
+    room.values.resize((average ? 2 * actions + 1 : actions) * static_cast<size_t>(count));
+    room.shown.resize(actions);
+    room.current.resize(actions);
+    for (size_t a = 0; a < actions; ++a) {
+        room.shown[a] = room.values.data() + a * count;
+        room.current[a] = room.values.data() + (actions + a) * count;
+    }
+    AverageScratch scratch;
+    if (average) scratch = {room.current.data(), room.values.data() + 2 * actions * count};
+    read_shown_strategy(node, turn, river, average, room.shown.data(), static_cast<int>(actions), count, scratch);
+    return room.shown[step.action];
+}
 
 bool reached(const std::vector<double>& reach) {
     return std::any_of(reach.begin(), reach.end(), [](double value) { return value != 0; });
@@ -80,9 +111,7 @@ void apply_steps(const SubgameEngine& e, const std::vector<LineStep>& steps, int
         const TreeNode& node = *step.node;
         std::vector<double>& own = reach[node.player];
         if (!reached(own)) continue;
-        work.rows.resize(node.children.size() * static_cast<size_t>(count));
-        read_reported_strategy_locked(e, node, turn, river, count, work.rows.data(), work.scratch);
-        const float* share = work.rows.data() + static_cast<size_t>(step.action) * count;
+        const float* share = action_share(e, step, turn, river, count, work.strategy);
         for (int h = 0; h < count; ++h) own[h] *= share[h];
     }
 }
@@ -179,19 +208,34 @@ void river_reach(const SubgameEngine& e, const Line& line, const Reach& above, i
     apply_steps(e, line.steps[river_street], turn, river, static_cast<int>(board.hands.size()), work.river, work);
 }
 
-// Holds a river subtree's streamed rows for the line's river steps.
+// Holds the streamed rows of one turn group of the river subtree that the
+// line's river steps belong to, and drops them unchanged. Compressed river
+// rows expand only as a whole group, so a reader opens them once per turn
+// group rather than per board; a forgotten street has none.
 class RiverRowsHold {
 public:
-    RiverRowsHold(const SubgameEngine& e, const Line& line, int turn) {
+    RiverRowsHold(const SubgameEngine& e, const Line& line, int turn) : turn_(turn) {
         const std::vector<LineStep>& steps = line.steps[river_street];
-        if (!steps.empty()) open_reported_river_rows(e, *steps.front().node, turn, held_);
+        if (steps.empty() || !steps.front().node->regrets) return;
+        const TreeNode* first = steps.front().node;
+        while (!is_first_of_street(*first)) first = first->parent_node;
+        collect_river_nodes(e, *first, nodes_);
+        open_river_rows(nodes_, turn_, report_shows_average(e, *steps.front().node), rows_);
+        open_ = true;
     }
-    ~RiverRowsHold() { close_reported_river_rows(held_); }
+    ~RiverRowsHold() {
+        if (!open_) return;
+        const bool unchanged[2] = {false, false};
+        close_river_rows(nodes_, turn_, unchanged, unchanged, rows_);
+    }
     RiverRowsHold(const RiverRowsHold&) = delete;
     RiverRowsHold& operator=(const RiverRowsHold&) = delete;
 
 private:
-    ReportedRiverRows held_;
+    RiverNodes nodes_;
+    OpenRiverRows rows_;
+    int turn_ = -1;
+    bool open_ = false;
 };
 
 // The runouts of one real turn card (or the turn of a turn tree): the

@@ -44,47 +44,33 @@ void read_shown_strategy(const TreeNode& node, int turn, int river, bool average
     for (int a = 0; a < actions; ++a) vec::fill_where_zero(out[a], scratch.current[a], scratch.total, count);
 }
 
-void open_reported_river_rows(const SubgameEngine& e, const TreeNode& river_node, int turn, ReportedRiverRows& held) {
-    // A forgotten street has no rows to open.
-    if (!river_node.regrets) return;
-    // Compressed river rows live in a stream shared by the river subtree of
-    // the turn card; they are expanded for the reads.
-    collect_river_nodes(e, first_of_street(river_node), held.subtree);
-    open_river_rows(held.subtree, turn, report_shows_average(e, river_node), held.rows);
-    held.turn = turn;
-    held.open = true;
-}
-
-void close_reported_river_rows(ReportedRiverRows& held) {
-    if (!held.open) return;
-    const bool unchanged[2] = {false, false};
-    close_river_rows(held.subtree, held.turn, unchanged, unchanged, held.rows);
-    held.open = false;
-}
-
-void read_reported_strategy_locked(const SubgameEngine& e, const TreeNode& node, int turn, int river, int count,
-                                   float* out, ReportedStrategyScratch& scratch) {
-    const int actions = static_cast<int>(node.children.size());
-    scratch.rows.resize(static_cast<size_t>(actions));
-    for (int a = 0; a < actions; ++a) scratch.rows[a] = out + static_cast<size_t>(a) * count;
-    const bool average = report_shows_average(e, node);
-    AverageScratch average_scratch;
-    if (average) {
-        scratch.values.resize(static_cast<size_t>(actions + 1) * count);
-        scratch.current.resize(static_cast<size_t>(actions));
-        for (int a = 0; a < actions; ++a) scratch.current[a] = scratch.values.data() + static_cast<size_t>(a) * count;
-        average_scratch = {scratch.current.data(), scratch.values.data() + static_cast<size_t>(actions) * count};
-    }
-    read_shown_strategy(node, turn, river, average, scratch.rows.data(), actions, count, average_scratch);
-}
-
 void read_reported_strategy(SubgameEngine& e, const TreeNode& node, int turn, int river, int count, float* out) {
-    ReportedStrategyScratch scratch;
+    const int actions = static_cast<int>(node.children.size());
+    std::vector<float*> rows(static_cast<size_t>(actions));
+    for (int a = 0; a < actions; ++a) rows[a] = out + static_cast<size_t>(a) * count;
+    const bool average = report_shows_average(e, node);
+    std::vector<float> scratch_values;
+    std::vector<float*> current(static_cast<size_t>(actions));
+    AverageScratch scratch;
+    if (average) {
+        scratch_values.resize(static_cast<size_t>(actions + 1) * count);
+        for (int a = 0; a < actions; ++a) current[a] = scratch_values.data() + static_cast<size_t>(a) * count;
+        scratch = {current.data(), scratch_values.data() + static_cast<size_t>(actions) * count};
+    }
+
     std::lock_guard lock(engine_lock);
     // A store that could not be opened reads as rows of zeros: the defaults.
     open_all_storage(e);
-    ReportedRiverRows held;
-    if (node.street == river_street) open_reported_river_rows(e, node, turn, held);
-    read_reported_strategy_locked(e, node, turn, river, count, out, scratch);
-    close_reported_river_rows(held);
+    // Compressed river rows live in a stream shared by the river subtree of
+    // this turn card; they are expanded for the read and dropped unchanged.
+    const bool streamed = node.street == river_street && node.regrets;
+    RiverNodes subtree;
+    if (streamed) collect_river_nodes(e, first_of_street(node), subtree);
+    OpenRiverRows open;
+    if (streamed) open_river_rows(subtree, turn, average, open);
+    read_shown_strategy(node, turn, river, average, rows.data(), actions, count, scratch);
+    if (streamed) {
+        const bool unchanged[2] = {false, false};
+        close_river_rows(subtree, turn, unchanged, unchanged, open);
+    }
 }

@@ -3,10 +3,8 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
 
 #include "shell/protocol/processor.h"
-#include "solver/river_rows.h"
 #include "tree/engine.h"
 
 // Iterations before strategy sums begin to grow (average_strategy_mode 1):
@@ -63,34 +61,3 @@ void read_shown_strategy(const TreeNode& node, int turn, int river, bool average
 // `out`. Takes engine_lock; opens the stores that are not open yet, and on the
 // river the streamed rows of the node's subtree, which are dropped unchanged.
 void read_reported_strategy(SubgameEngine& engine, const TreeNode& node, int turn, int river, int count, float* out);
-
-// Reports that read many boards hold engine_lock once, with every store open
-// (open_all_storage), and keep a river subtree's streamed rows of one turn
-// group open while they read its river cards: opening them expands the whole
-// group, so it must not happen per read.
-struct ReportedRiverRows {
-    RiverNodes subtree;
-    OpenRiverRows rows;
-    int turn = -1;
-    bool open = false;
-};
-
-// Opens the rows of turn group `turn` of the river subtree that `river_node`
-// belongs to, with the strategy sums when the report shows the average there;
-// nothing on a forgotten street.
-void open_reported_river_rows(const SubgameEngine& engine, const TreeNode& river_node, int turn,
-                              ReportedRiverRows& held);
-// Drops them unchanged.
-void close_reported_river_rows(ReportedRiverRows& held);
-
-// Room that reads under one hold reuse.
-struct ReportedStrategyScratch {
-    std::vector<float*> rows;
-    std::vector<float*> current;
-    std::vector<float> values;
-};
-
-// read_reported_strategy for a caller that holds engine_lock, has opened the
-// stores, and on the river holds the node's rows open.
-void read_reported_strategy_locked(const SubgameEngine& engine, const TreeNode& node, int turn, int river, int count,
-                                   float* out, ReportedStrategyScratch& scratch);
