@@ -276,6 +276,11 @@ class Engine:
     def calc_eq_node(self, player: str, path: str) -> tuple[np.ndarray, np.ndarray, float]:
         return self.command(f"calc_eq_node {player} {path}")
 
+    def line_frequency(self, path: str, *, runouts: bool = True) -> float:
+        """The share of all deals that play the line to `path`: over every runout, or
+        with `runouts=False` on exactly the cards the path names."""
+        return self.command(f"calc_{'line' if runouts else 'global'}_freq {path}")
+
     def calc_results(self) -> dict:
         return self.command("calc_results")
 
@@ -505,8 +510,8 @@ _PARSERS = {
     "node_count": _parse_node_count,
     "show_memory": _parse_memory,
     "show_locked_combos": lambda lines: _report(lines),
-    "calc_line_freq": lambda lines: _report(lines),
-    "calc_global_freq": lambda lines: _report(lines),
+    "calc_line_freq": lambda lines: float(lines[0]),
+    "calc_global_freq": lambda lines: float(lines[0]),
     "show_settings": _report,
     "show_tree_info": _report,
     "help": _report,

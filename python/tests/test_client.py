@@ -68,6 +68,8 @@ def test_reports_of_a_solved_river(engine):
     pp = engine.command("show_strategy_pp r:0")
     assert all(len(v) == 3 for v in pp.values())
     assert engine.show_range("IP", "r:0:c").shape == (1326,)
+    shares = [engine.line_frequency(c["path"], runouts=False) for c in children]
+    assert engine.line_frequency("r:0") == 1 and sum(shares) == pytest.approx(1, rel=1e-6)
 
 
 def test_ctrl_c_during_a_solve_becomes_stop(engine):
