@@ -1,4 +1,6 @@
-// Runs every *.transcript file under tests/ against the real program.
+// Runs every *.transcript file under tests/ against the real program, or
+// under the folder named by TAVREK_TRANSCRIPT_ROOT when that is set (the
+// examples of the commands reference are run so).
 //
 // In a transcript, lines that begin with "> " are sent to the program's
 // standard input and every other line is the exact output expected after the
@@ -112,9 +114,14 @@ bool matches(const std::string& expected, const std::string& actual, double tole
     return e == expected.size() && a == actual.size();
 }
 
+fs::path transcript_root() {
+    const char* root = std::getenv("TAVREK_TRANSCRIPT_ROOT");
+    return root && *root ? fs::path(root) : fs::path(TRANSCRIPT_ROOT);
+}
+
 std::vector<fs::path> all_transcripts() {
     std::vector<fs::path> paths;
-    for (const auto& entry : fs::recursive_directory_iterator(TRANSCRIPT_ROOT))
+    for (const auto& entry : fs::recursive_directory_iterator(transcript_root()))
         if (entry.path().extension() == ".transcript") paths.push_back(entry.path());
     std::sort(paths.begin(), paths.end());
     return paths;
@@ -143,7 +150,7 @@ TEST_P(TranscriptTest, OutputMatches) {
 }
 
 std::string test_name(const testing::TestParamInfo<fs::path>& info) {
-    std::string name = fs::relative(info.param, TRANSCRIPT_ROOT).replace_extension().string();
+    std::string name = fs::relative(info.param, transcript_root()).replace_extension().string();
     for (char& c : name)
         if (!isalnum(static_cast<unsigned char>(c))) c = '_';
     return name;
