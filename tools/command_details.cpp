@@ -114,7 +114,9 @@ void render_body(const DetailsSection& section, std::ostringstream& out) {
         const std::string& line = section.body[i];
         if (open == Fence::none) {
             if (starts_with(line, fence)) {
-                open = fence_kind(trim(line.substr(3)));
+                const std::string info = trim(line.substr(3));
+                open = fence_kind(info);
+                if (open == Fence::file) out << "File `" << trim(info.substr(5)) << "`:\n\n";
                 out << (open == Fence::other ? line : std::string(fence)) << '\n';
             } else if (starts_with(line, setup_line)) {
                 out << "**Set-up:** ";

@@ -72,8 +72,8 @@ std::string reference(const CommandDetails& details) {
            "|---|---|---|---|---|---|---|\n";
     for (const CommandEntry& entry : command_table()) {
         const CommandEntry& command = command_of(entry);
-        out << "| [`" << entry.name << "`](#" << entry.name << ") | " << code(command.synopsis) << " | " << tokens_text(command.arg_count)
-            << " | " << tree_text(command.checks) << " | "
+        out << "| [`" << entry.name << "`](#" << entry.name << ") | " << code(command.synopsis) << " | "
+            << tokens_text(command.arg_count) << " | " << tree_text(command.checks) << " | "
             << ((command.checks & not_while_solving) ? "refused" : "") << " | "
             << (entry.alias_of ? code(entry.alias_of) : "") << " | " << cell(command.help) << " |\n";
     }

@@ -78,17 +78,18 @@ TEST(CommandDetails, TheReferenceFollowsTheTableAndPointsAliasesToTheirCommand) 
         return numbers;
     }();
     const std::string text = section("echo", "```example\n@tolerance 0.1\n" + long_line + "\n```\n\n") +
-                             section("go", "Set-up: river\n\n") + "## set-up river\n\nA spot.\n\n```example\n> go\n```\n";
+                             section("go", "Set-up: river\n\n```file fixtures/spot.txt\nis_ready\n```\n\n") +
+                             "## set-up river\n\nA spot.\n\n```example\n> go\n```\n";
     const std::string reference = render_command_details(parse_command_details(text), table);
     const size_t go = reference.find("## `go`"), alias = reference.find("## `ai6_go`");
     const size_t echo = reference.find("## `echo`"), setup = reference.find("## Set-up river");
     ASSERT_NE(go, std::string::npos);
     EXPECT_TRUE(go < alias && alias < echo && echo < setup) << reference;
     EXPECT_NE(reference.find("Another name of [`go`](#go)."), std::string::npos) << reference;
-    EXPECT_NE(reference.find("`go [<limit> steps]`: start the solver. Needs a built tree. Refused while the solver runs."),
-              std::string::npos)
-        << reference;
+    const std::string usage = "`go [<limit> steps]`: start the solver. Needs a built tree. Refused while the solver runs.";
+    EXPECT_NE(reference.find(usage), std::string::npos) << reference;
     EXPECT_NE(reference.find("**Set-up:** [river](#set-up-river) runs before the example."), std::string::npos);
+    EXPECT_NE(reference.find("File `fixtures/spot.txt`:\n\n```\nis_ready\n```"), std::string::npos) << reference;
     EXPECT_NE(reference.find("(1326 numbers in all)"), std::string::npos) << reference;
     EXPECT_EQ(reference.find("@tolerance"), std::string::npos) << reference;
     EXPECT_EQ(reference.find(std::string(60, 'x')), std::string::npos) << "a line of 1326 values stays whole";
