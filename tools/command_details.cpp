@@ -96,7 +96,7 @@ std::string shortened(const std::string& line) {
 std::string bolded(const std::string& line) {
     for (const char* label : bold_labels)
         if (starts_with(line, label)) return "**" + std::string(label) + "**" + line.substr(std::string(label).size());
-    for (const std::string word : {"Example", "Examples"})
+    for (const std::string& word : {std::string("Example"), std::string("Examples")})
         if (starts_with(line, word + " (") || starts_with(line, word + ","))
             return "**" + word + "**" + line.substr(word.size());
     return line;
@@ -142,11 +142,6 @@ std::string checks_text(CommandChecks checks) {
     if (checks & tree_for_path) text += " Needs a built tree when a path is given.";
     if (checks & not_while_solving) text += " Refused while the solver runs.";
     return text;
-}
-
-std::string escaped_code(const std::string& text) {
-    // A bar would end a table cell elsewhere; here only backquotes matter.
-    return "`" + text + "`";
 }
 
 }  // namespace
@@ -251,7 +246,7 @@ std::string render_command_details(const CommandDetails& details, std::span<cons
         }
         std::string usage = entry.name;
         if (entry.synopsis && *entry.synopsis) usage += std::string(" ") + entry.synopsis;
-        out << escaped_code(usage) << ": " << entry.help << '.' << checks_text(entry.checks) << "\n\n";
+        out << '`' << usage << "`: " << entry.help << '.' << checks_text(entry.checks) << "\n\n";
         for (const DetailsSection& section : details.sections)
             if (!section.is_setup && section.name == entry.name) {
                 render_body(section, out);
