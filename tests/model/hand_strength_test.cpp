@@ -116,36 +116,17 @@ TEST_F(HandStrength, AgreesWithReferenceOnEveryRankPatternOfSixAndSevenCards) {
     }
 }
 
-TEST_F(HandStrength, StraightsAndFlushes) {
-    // The wheel is the lowest straight, below the six-high one.
+// Anchors of the value layout, which the comparisons above share with the
+// reference: category in the top nibble, the ranks that decide below it.
+TEST_F(HandStrength, ValueLayoutAnchors) {
+    // The wheel is the lowest straight, below the six-high one; the steel
+    // wheel is a straight flush topped by the five.
     EXPECT_EQ(value_of("As2d3c4h5s"), 0x4030000u);
     EXPECT_EQ(value_of("2d3c4h5s6s"), 0x4040000u);
-    EXPECT_LT(value_of("As2d3c4h5s"), value_of("2d3c4h5s6s"));
-    // Two straights in seven cards: the higher one counts.
-    EXPECT_EQ(value_of("4c5d6h7s8c9dTh"), 0x4080000u);
-    EXPECT_EQ(value_of("As2d3c4h5s6d9h"), 0x4040000u);
-    // A flush beats a straight with a higher top card.
-    const HandValue flush = value_of("2h4h6h8h9hTcJd");
-    EXPECT_EQ(hand_category(flush), category_flush);
-    EXPECT_LT(value_of("7c8d9hTsJc2d3d"), flush);
-    // The steel wheel: straight flush topped by the five.
     EXPECT_EQ(value_of("Ah2h3h4h5hKdKc"), 0x8030000u);
-    // A six-card flush that holds a straight flush only with its sixth card.
-    EXPECT_EQ(value_of("3s4s5s6s7s9sKd"), 0x8050000u);
-}
-
-TEST_F(HandStrength, PairedShapesOfSixAndSevenCards) {
     // Three pairs: the third pair's rank can be the kicker.
     EXPECT_EQ(value_of("AsAdKsKdQsQd2c"), 0x20CBA00u);
-    EXPECT_EQ(value_of("AsAdKsKd3s3dQc"), 0x20CBA00u);
-    EXPECT_EQ(value_of("AsAdKsKdQsQd"), 0x20CBA00u);
-    // Two sets of trips: a full house of the higher over the lower.
-    EXPECT_EQ(value_of("9s9d9cTsTdTc2h"), 0x6087000u);
-    EXPECT_EQ(value_of("9s9d9c2s2d2h"), 0x6070000u);
-    // Trips with two pairs: the higher pair fills.
     EXPECT_EQ(value_of("5s5d5c3s3dKsKd"), 0x603B000u);
-    // Quads with a set beside them: the set's rank is only the kicker.
-    EXPECT_EQ(value_of("4s4d4c4hAsAdAc"), 0x702C000u);
 }
 
 TEST_F(HandStrength, ShortHandsAndOtherCounts) {

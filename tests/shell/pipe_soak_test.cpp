@@ -248,6 +248,23 @@ void expect_range(const std::vector<std::string>& reply) {
         ASSERT_TRUE(values[h] >= 0.0 && values[h] <= 1.0 + 1e-6) << "hand " << h << ": " << values[h];
 }
 
+// calc_ev at the root: a value line and a weight line. A hand has both or
+// neither (NaN outside the range), a positive weight, and a value that neither
+// wins more than the pot and the largest bet (150) nor loses more than that bet.
+void expect_root_values(const std::vector<std::string>& reply) {
+    ASSERT_EQ(reply.size(), 3u);
+    EXPECT_EQ(reply[2], "END");
+    const std::vector<double> values = numbers_of(reply[0]), weights = numbers_of(reply[1]);
+    ASSERT_EQ(values.size(), size_t(hand_count));
+    ASSERT_EQ(weights.size(), size_t(hand_count));
+    for (int h = 0; h < hand_count; ++h) {
+        ASSERT_EQ(std::isnan(values[h]), std::isnan(weights[h])) << "hand " << h;
+        if (std::isnan(values[h])) continue;
+        ASSERT_GT(weights[h], 0.0) << "hand " << h;
+        ASSERT_TRUE(values[h] >= -150.0 && values[h] <= 250.0) << "hand " << h << ": " << values[h];
+    }
+}
+
 Results expect_results(const std::vector<std::string>& reply) {
     // The "#" lines after END are comments, dropped by default.
     EXPECT_EQ(reply.size(), 6u);
@@ -270,7 +287,13 @@ TEST(PipeSoak, QueriesSettingsAndStopGoWhileSolving) {
             expect_strategy(program.ask("show_strategy r:0:b50:c:Ah"), 1);
             expect_range(program.ask("show_range OOP r:0:b50"));
             expect_range(program.ask("show_range IP r:0:b50:c:Ah"));
-            expect_results(program.ask("calc_results"));
+            expect_root_values(program.ask("calc_ev OOP r"));
+            // Each player's value and best response come from one walk.
+            const Results r = expect_results(program.ask("calc_results"));
+            if (!program.stores_replaced_in_run) {
+                EXPECT_GE(r.mes_oop, r.ev_oop - 0.01);
+                EXPECT_GE(r.mes_ip, r.ev_ip - 0.01);
+            }
         };
         bool accuracy_zero = true;
         for (int cycle = 0; cycle < 8; ++cycle) {

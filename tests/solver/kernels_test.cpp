@@ -191,63 +191,54 @@ bool run_fold(const EvalKernels& kernels, int width, Outs& outs, const float* co
                       : kernels.fold_n[width](outs.pointers.data(), reaches, count, hand_cards, payoffs);
 }
 
-// With the group mask of the path, and without one, where each hand's reach
-// is tested inside the kernel.
-TEST(EvalKernels, ShowdownsOfEveryWidthMatchPairwiseSums) {
-    for (const TestList& test : river_lists()) {
-        const int count = static_cast<int>(test.rank.size());
-        for (unsigned seed = 1; seed <= 2; ++seed) {
-            const Reaches reaches = random_reaches(test, 8, seed);
-            const float payoffs[8] = {1.0f, 2.5f, 0.125f, 40.0f, 3.0f, 7.5f, 0.5f, 1000.0f};
-            std::vector<Pairwise> want;
-            for (int leaf = 0; leaf < 8; ++leaf)
-                want.push_back(pairwise(test, reaches.leaves[leaf].data(), payoffs[leaf], true));
-            for (const bool masked : {true, false}) {
-                const ShowdownList list = showdown_list(test.board, masked ? reaches.mask.data() : nullptr);
-                for (const KernelSet& set : runnable_sets()) {
-                    for (const int width : showdown_widths) {
-                        Outs outs(width, count);
-                        const auto pointers = reach_pointers(reaches, 0, width);
-                        EXPECT_TRUE(run_showdown(*set.kernels, width, outs, pointers.data(), list, payoffs));
-                        for (int lane = 0; lane < width; ++lane)
-                            expect_close(outs.values(lane, count), want[lane],
-                                         test.name + " " + set.name + (masked ? " masked" : " unmasked") +
-                                             " width " + std::to_string(width) + " lane " + std::to_string(lane));
-                    }
-                }
-            }
-        }
-    }
-}
-
-TEST(EvalKernels, FoldsOfEveryWidthMatchPairwiseSums) {
+// Every width of both kernels against the pairwise sums. Showdowns with the
+// group mask of the path and without one, where each hand's reach is tested
+// inside the kernel; folds also on the turn and flop lists, which are longer
+// than any river list.
+TEST(EvalKernels, EveryWidthMatchesPairwiseSums) {
     std::vector<TestList> lists = river_lists();
-    // Folds also run on the turn and flop lists, which are longer than any river list.
+    const size_t river_count = lists.size();
     auto root = make_boards(parse_cards("3c8dJh"), card_of("4s"), -1, false);
     SetHoles(*root, uniform_range(1.0).data(), uniform_range(1.0).data());
-    TestList flop{"flop list", {}, {}};
-    flop.board.hand_cards = root->hand_cards;
-    flop.rank.assign(flop.board.hand_cards.size(), 0);
-    TestList turn{"turn list", {}, {}};
-    turn.board.hand_cards = root->turns[0].hand_cards;
-    turn.rank.assign(turn.board.hand_cards.size(), 0);
-    lists.push_back(flop);
-    lists.push_back(turn);
-
-    for (const TestList& test : lists) {
+    for (const auto* cards : {&root->hand_cards, &root->turns[0].hand_cards}) {
+        TestList longer{cards == &root->hand_cards ? "flop list" : "turn list", {}, {}};
+        longer.board.hand_cards = *cards;
+        longer.rank.assign(cards->size(), 0);
+        lists.push_back(longer);
+    }
+    const float showdown_payoffs[8] = {1.0f, 2.5f, 0.125f, 40.0f, 3.0f, 7.5f, 0.5f, 1000.0f};
+    const float fold_payoffs[4] = {-3.0f, 1.5f, -0.25f, 60.0f};
+    for (size_t l = 0; l < lists.size(); ++l) {
+        const TestList& test = lists[l];
         const int count = static_cast<int>(test.rank.size());
-        const Reaches reaches = random_reaches(test, 4, 11);
-        const float payoffs[4] = {-3.0f, 1.5f, -0.25f, 60.0f};
+        const Reaches reaches = random_reaches(test, 8, static_cast<unsigned>(l + 1));
+        const bool river = l < river_count;
+        std::vector<Pairwise> want;
+        for (int leaf = 0; river && leaf < 8; ++leaf)
+            want.push_back(pairwise(test, reaches.leaves[leaf].data(), showdown_payoffs[leaf], true));
         for (const KernelSet& set : runnable_sets()) {
             for (const int width : fold_widths) {
                 Outs outs(width, count);
                 const auto pointers = reach_pointers(reaches, 0, width);
                 EXPECT_TRUE(run_fold(*set.kernels, width, outs, pointers.data(), count, test.board.hand_cards.data(),
-                                     payoffs))
+                                     fold_payoffs))
                     << test.name;
                 for (int lane = 0; lane < width; ++lane)
-                    expect_close(outs.values(lane, count), pairwise(test, pointers[lane], payoffs[lane], false),
-                                 test.name + " " + set.name + " width " + std::to_string(width));
+                    expect_close(outs.values(lane, count), pairwise(test, pointers[lane], fold_payoffs[lane], false),
+                                 test.name + " " + set.name + " fold width " + std::to_string(width));
+            }
+            for (const bool masked : {true, false}) {
+                if (!river) break;
+                const ShowdownList list = showdown_list(test.board, masked ? reaches.mask.data() : nullptr);
+                for (const int width : showdown_widths) {
+                    Outs outs(width, count);
+                    const auto pointers = reach_pointers(reaches, 0, width);
+                    EXPECT_TRUE(run_showdown(*set.kernels, width, outs, pointers.data(), list, showdown_payoffs));
+                    for (int lane = 0; lane < width; ++lane)
+                        expect_close(outs.values(lane, count), want[lane],
+                                     test.name + " " + set.name + (masked ? " masked" : " unmasked") + " width " +
+                                         std::to_string(width) + " lane " + std::to_string(lane));
+                }
             }
         }
     }
@@ -374,39 +365,6 @@ TEST(EvalKernels, CancellationsAreExact) {
         ASSERT_TRUE(std::all_of(nothing.value.begin(), nothing.value.end(), [](double v) { return v == 0; }));
         expect_close(outs.values(0, count), nothing, set.name);
     }
-}
-
-TEST(EvalKernels, GroupMaskMarksLiveHands) {
-    const TestList& test = river_lists()[1];
-    const RunoutBoard& board = test.board;
-    ASSERT_FALSE(board.large_groups.empty());
-    std::vector<float> reach(test.rank.size(), 0.0f);
-    const SmallGroup& small = board.small_groups.back();
-    reach[small.first] = 0.5f;
-    reach[small.first + small.count - 1] = 0.25f;
-    const LargeGroup& large = board.large_groups.front();
-    reach[large.first + large.count - 1] = 1e-3f;
-    std::vector<uint16_t> mask(max_strength_groups, 0xFFFF);
-    fill_group_mask(mask.data(), reach.data(), board);
-    for (size_t g = 0; g < board.strength_groups.size(); ++g) {
-        uint16_t want = 0;
-        if (static_cast<int>(g) == small.group) want = static_cast<uint16_t>(1u | 1u << (small.count - 1));
-        if (static_cast<int>(g) == large.group) want = 1;
-        EXPECT_EQ(mask[g], want) << "group " << g;
-    }
-    // Random reaches, with values just below the smallest normal, on every
-    // small group: each bit says whether its own hand has reach.
-    std::mt19937 random(7);
-    for (float& r : reach) r = std::array<float, 3>{0.0f, 1e-39f, 0.3f}[random() % 3];
-    fill_group_mask(mask.data(), reach.data(), board);
-    for (const SmallGroup& group : board.small_groups) {
-        uint16_t want = 0;
-        for (int i = 0; i < group.count; ++i) want |= static_cast<uint16_t>((reach[group.first + i] > 1e-30f) << i);
-        EXPECT_EQ(mask[group.group], want) << "group " << group.group;
-    }
-    fill_group_mask(mask.data(), nullptr, board);
-    const auto groups_end = mask.begin() + static_cast<std::ptrdiff_t>(board.strength_groups.size());
-    EXPECT_TRUE(std::all_of(mask.begin(), groups_end, [](uint16_t word) { return word == 0; }));
 }
 
 // The public batches under every simd_level and both vector paths: the block

@@ -2,7 +2,6 @@
 // choice of a level.
 #include <gtest/gtest.h>
 
-#include <cfloat>
 #include <vector>
 
 #include "storage/arena_storage.h"
@@ -87,23 +86,6 @@ TEST(StorageAssignment, CreatedStoresHaveTheShapeOfTheirNode) {
 
     request.accumulate = false;
     EXPECT_EQ(create_node_storage(request, shape).strategy_sums, nullptr);
-}
-
-TEST(StorageAssignment, ConstantsScaleAndEstimate) {
-    EXPECT_EQ(storage_constants({0, 0}, 1).max_iterations, 9000);
-    EXPECT_EQ(storage_constants({0, 3}, 1).max_iterations, 2200);
-    EXPECT_EQ(storage_constants({2, 2}, 1).pool_iterations, 30);
-    EXPECT_EQ(storage_constants({1, 2}, 1).pool_iterations, 0);
-    EXPECT_EQ(storage_constants({0, 0}, 2).weight_exponent, 1.5);
-    EXPECT_EQ(storage_constants({0, 0}, 2).weight_cap, 262143.0);
-    EXPECT_EQ(storage_constants({0, 0}, 3).weight_exponent, 4.0);
-    EXPECT_EQ(storage_constants({0, 0}, 3).weight_cap, DBL_MAX);
-
-    EXPECT_DOUBLE_EQ(compute_regret_scale(0.0, 250.0), 0.5);
-    EXPECT_DOUBLE_EQ(compute_regret_scale(-1.0, 62.5), 1.0);
-    EXPECT_EQ(street_bytes(1000, true), 6000);
-    EXPECT_EQ(street_bytes(1000, false), 2000);
-    EXPECT_EQ(compression_memory_limit(999), 849);
 }
 
 TEST(StorageAssignment, AutomaticLevelByFractionsOfTheEstimate) {

@@ -40,27 +40,6 @@ TEST(ValueForms, FloatRowsTruncateTowardZeroAndClampOnlyInTheVectorPath) {
     }
 }
 
-TEST(ValueForms, TwelveBitFieldsRoundTripAndUseTheWordLayout) {
-    const uint16_t values[8] = {0xabc, 0x123, 0xfff, 0, 1, 0x800, 0x7ff, 0x456};
-    uint8_t field[12];
-    pack_12bit_fields(values, field);
-    // a | b << 12 | c << 24, c >> 8 | d << 4 | e << 16 | f << 28, f >> 4 | g << 8 | h << 20.
-    const Bytes expected = {0xbc, 0x3a, 0x12, 0xff, 0x0f, 0x00, 0x01, 0x00, 0x80, 0xff, 0x67, 0x45};
-    EXPECT_EQ(Bytes(field, field + 12), expected);
-    uint16_t back[8];
-    unpack_12bit_fields(field, back);
-    EXPECT_EQ(std::vector<uint16_t>(back, back + 8), std::vector<uint16_t>(values, values + 8));
-
-    std::mt19937 random(8);
-    for (int trial = 0; trial < 200; ++trial) {
-        uint16_t v[8], w[8];
-        for (auto& x : v) x = static_cast<uint16_t>(random() % 4096);
-        pack_12bit_fields(v, field);
-        unpack_12bit_fields(field, w);
-        EXPECT_EQ(std::vector<uint16_t>(v, v + 8), std::vector<uint16_t>(w, w + 8));
-    }
-}
-
 TEST(ValueForms, ThreeByteFormIsPlainLittleEndianAndKeepsTheByteAfter) {
     const std::vector<uint32_t> four = {0x112233, 0x445566, 0x778899, 0xaabbcc, 0x010203};
     const Bytes expected = {0x33, 0x22, 0x11, 0x66, 0x55, 0x44, 0x99, 0x88, 0x77, 0xcc, 0xbb, 0xaa, 0x03, 0x02, 0x01};
