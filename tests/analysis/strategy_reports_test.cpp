@@ -2,13 +2,19 @@
 // stores by hand.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cmath>
+#include <functional>
 #include <stdexcept>
+#include <thread>
 
+#include "analysis/capture_values.h"
 #include "analysis/hand_rows.h"
 #include "analysis/ranges.h"
 #include "analysis/strategy_reports.h"
 #include "analysis_test_support.h"
+#include "solver/results.h"
+#include "tree/engine.h"
 
 namespace {
 
@@ -219,6 +225,34 @@ TEST_F(StrategyReports, TreesThatStartLaterReadTheRowsOfTheirOwnCards) {
             if (std::isnan(want)) continue;
             ASSERT_NEAR(range[slot], want, 1e-6);
         }
+    }
+}
+
+// Every query that reads the stores or walks the tree waits for the engine's
+// lock, which the solver thread holds through each of its walks.
+TEST_F(StrategyReports, QueriesWaitForTheEngineLock) {
+    build_spot(Spot{}, oop, ip);
+    const NodeRef river = parse_path("r:0:c:c:7c:b50:c:8d");
+    const std::pair<const char*, std::function<void()>> queries[] = {
+        {"strategy", [&] { read_strategy_rows(river.node->node_index, river.turn, river.river); }},
+        {"range", [] { range_at(IP, "r:0:c:c:7c:b50"); }},
+        {"values", [&] {
+             RangeVector values, weights;
+             capture_values(OOP, river.node->node_index, river.turn, river.river, values, weights);
+         }},
+        {"results", [] { calc_results_now(); }},
+    };
+    for (const auto& [name, query] : queries) {
+        std::atomic<bool> done = false;
+        engine_lock.lock();  // a walk in progress
+        std::thread asker([&] {
+            query();
+            done = true;
+        });
+        while (!engine_lock.has_waiters() && !done) std::this_thread::yield();
+        EXPECT_FALSE(done) << "the " << name << " query ran without the lock";
+        engine_lock.unlock();
+        asker.join();
     }
 }
 
