@@ -129,22 +129,6 @@ TEST_F(ProgramTest, AClosedOutputLosesItsLinesButNotTheProcess) {
     EXPECT_EQ(read("rescued.txt"), "stdoutredi ok!\nis_ready ok!\n");
 }
 
-TEST_F(ProgramTest, HelpListsSortedNamesWithoutAliases) {
-    const std::string output = body(run("", "help\n").output);
-    std::istringstream lines(output);
-    std::string line, previous;
-    int count = 0;
-    while (std::getline(lines, line) && line != "END") {
-        EXPECT_NE(line.rfind("ai6_", 0), 0u) << line;
-        EXPECT_LT(previous, line);
-        previous = line;
-        ++count;
-    }
-    EXPECT_EQ(line, "END");
-    EXPECT_GT(count, 20);
-    EXPECT_NE(output.find("\nset_threads\n"), std::string::npos);
-}
-
 // Runs alone (see tests/CMakeLists.txt): while the banned process lives, every
 // other instance of the program on this machine is barred too.
 TEST_F(ProgramTest, DISABLED_ABannedProcessBarsEveryCommandEvenExit) {

@@ -2,9 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <stdexcept>
+#include <string>
 
-#include "shell/protocol/settings.h"
 #include "tree/board_test_support.h"
 #include "tree/boards.h"
 
@@ -68,84 +67,6 @@ TEST_F(Isomorphism, RangeRoundTripIsTheIdentityOnSymmetricRanges) {
     RangeVector expected{};
     expected[slot_of_hand(parse_cards("AsKs"))] = 0.75;
     EXPECT_EQ(moved, expected);
-}
-
-// The range test reads the process-wide game; each case sets it and puts the
-// old values back.
-class RangeSymmetry : public Isomorphism {
-protected:
-    void SetUp() override {
-        saved_ranges[0] = player_range[0];
-        saved_ranges[1] = player_range[1];
-        saved_masks[0] = flop_mask;
-        saved_masks[1] = turn_mask;
-        saved_masks[2] = river_mask;
-        saved_isomorphism = isomorphism_by_street[1];
-        saved_command = current_command;
-        current_command = "build_tree";
-        flop_mask = parse_cards("9c7dKh");
-        turn_mask = river_mask = 0;
-        isomorphism_by_street[1] = true;
-        player_range[0] = player_range[1] = uniform_range(0.5);
-    }
-    void TearDown() override {
-        player_range[0] = saved_ranges[0];
-        player_range[1] = saved_ranges[1];
-        flop_mask = saved_masks[0];
-        turn_mask = saved_masks[1];
-        river_mask = saved_masks[2];
-        isomorphism_by_street[1] = saved_isomorphism;
-        current_command = saved_command;
-    }
-    static std::string refusal() {
-        try {
-            check_range_symmetry();
-        } catch (const std::runtime_error& error) {
-            return error.what();
-        }
-        return "";
-    }
-    static void set_weight(int player, const char* hand, double weight) {
-        (*player_range[player])[slot_of_hand(parse_cards(hand))] = weight;
-    }
-
-    std::optional<RangeVector> saved_ranges[2];
-    CardMask saved_masks[3];
-    bool saved_isomorphism;
-    std::string saved_command;
-};
-
-TEST_F(RangeSymmetry, ToleranceIsOneUlpOfOne) {
-    set_weight(OOP, "AsAd", 0.5 + 1e-16);
-    EXPECT_EQ(refusal(), "");
-    set_weight(OOP, "AsAd", 0.5 + 3e-16);
-    EXPECT_EQ(refusal(), "ERROR: build_tree inconsistent range: OOP P(AdAc) == 0.5, P(AsAd) == 0.5, "
-                         "use 'set_isomorphism 0 0' if intended\n");
-}
-
-TEST_F(RangeSymmetry, NamesTheFirstDifferingHandOopFirst) {
-    // The twos in class order: 2d2c, 2h2c, 2h2d, 2s2c, ...
-    set_weight(IP, "2c2d", 0.25);
-    EXPECT_EQ(refusal(), "ERROR: build_tree inconsistent range: IP P(2d2c) == 0.25, P(2h2c) == 0.5, "
-                         "use 'set_isomorphism 0 0' if intended\n");
-    set_weight(OOP, "2d2h", 0.125);
-    set_weight(OOP, "2c2s", 0.0);
-    EXPECT_EQ(refusal(), "ERROR: build_tree inconsistent range: OOP P(2d2c) == 0.5, P(2h2d) == 0.12, "
-                         "use 'set_isomorphism 0 0' if intended\n");
-}
-
-TEST_F(RangeSymmetry, OnlyUnblockedHandsOfFlopTreesAreTested) {
-    set_weight(OOP, "9c9d", 0.0);  // hands with a flop card are skipped
-    set_weight(IP, "KhKs", 0.9);
-    EXPECT_EQ(refusal(), "");
-    set_weight(OOP, "AhAs", 0.0);
-    isomorphism_by_street[1] = false;
-    EXPECT_EQ(refusal(), "");
-    isomorphism_by_street[1] = true;
-    turn_mask = parse_cards("9s");
-    EXPECT_EQ(refusal(), "");
-    turn_mask = 0;
-    EXPECT_NE(refusal(), "");
 }
 
 }  // namespace
