@@ -14,6 +14,7 @@
 #include "shell/settings_commands.h"
 #include "shell/shell_commands.h"
 #include "solver/solver_commands.h"
+#include "solver/tree_file_commands.h"
 #include "tree/build.h"
 #include "tree/paths.h"
 
@@ -61,6 +62,10 @@ constexpr CommandEntry table[] = {
     {"cut_line", cmd_cut_line, 2, tree | solving, "<path>", "cut a branch off the built tree"},
     {"build_tree", cmd_build_tree, 1, solving, "", "build the game tree from ranges, board, pot and lines"},
     {"free_tree", cmd_free_tree, 1, solving, "", "release the game tree"},
+    {"load_tree", cmd_load_tree, 2, solving, "<file>",
+     "replace the tree by a saved one; a file that can't be read leaves the tree as it was"},
+    {"dump_tree", cmd_dump_tree, var, tree | solving, "<file> [no_values]",
+     "save the tree and its solve; no_values leaves out what a load recomputes"},
     {"show_node", cmd_show_node, 2, tree, "<path>", "a node's record"},
     {"show_children", cmd_show_children, 2, tree, "<path>", "the records of a node's children"},
     {"show_strategy", cmd_show_strategy, 2, tree, "<path>", "each action's share for every hand at a node"},

@@ -60,18 +60,6 @@ LockRecord* node_lock(const TreeNode& node, int turn, int river) {
     return node.regrets ? node.regrets->lock_record(turn, river) : nullptr;
 }
 
-bool open_all_storage(SubgameEngine& e) {
-    if (e.storage_open) return true;
-    for (TreeNode& node : e.nodes) {
-        if (!node.regrets || node.opened) continue;
-        if (!node.regrets->open()) return false;
-        if (node.strategy_sums && !node.strategy_sums->open()) return false;
-        node.opened = 1;
-    }
-    e.storage_open = 1;
-    return true;
-}
-
 // ---------------------------------------------------------------------------
 // Leaves.
 

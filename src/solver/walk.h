@@ -78,5 +78,3 @@ void TraverseSubgames(SubgameEngine& engine);
 // Frees the tasks of the last walk and empties the queue.
 void clear_subgame_tasks();
 
-// Opens every node's stores that isn't open yet; true when all are.
-bool open_all_storage(SubgameEngine& engine);

@@ -6,6 +6,7 @@
 #include "storage/codes/block_row_code.h"
 
 void BlockRowStream::begin_write() {
+    damaged_ = false;
     capacity = 0;
     position = 0;
     raw_bytes = 0;
@@ -38,19 +39,30 @@ void BlockRowStream::put_row32(const uint32_t* row, const uint32_t*, int count) 
     raw_bytes += 4 * static_cast<uint64_t>(count);
 }
 
-void BlockRowStream::advance_read(int used) {
-    // Only rows that were never written, or a stream damaged in its file,
-    // can run past the end; reading on would mean reading garbage.
-    if (used < 0) fail("row stream overrun");
-    position += used;
+bool BlockRowStream::advance_read(int used) {
+    if (used >= 0) {
+        position += used;
+        return true;
+    }
+    // Only a stream damaged in its file runs past its end. Its rows read as
+    // zeros from here on, as those of a damaged entropy-coded stream do, and
+    // the shell is told once.
+    if (!damaged_) {
+        damaged_ = true;
+        if (const StorageDamageListener listener = storage_damage_listener.load()) listener("row stream overrun");
+    }
+    position = static_cast<int32_t>(block.logical);
+    return false;
 }
 
 void BlockRowStream::get_row16(uint16_t* row, const uint16_t*, int count) {
-    advance_read(decode_block_row16(read_at(), read_end(), count, row));
+    if (!damaged_ && advance_read(decode_block_row16(read_at(), read_end(), count, row))) return;
+    for (int i = 0; i < count; ++i) row[i] = 0;
 }
 
 void BlockRowStream::get_row32(uint32_t* row, const uint32_t*, int count) {
-    advance_read(decode_block_row32(read_at(), read_end(), count, row));
+    if (!damaged_ && advance_read(decode_block_row32(read_at(), read_end(), count, row))) return;
+    for (int i = 0; i < count; ++i) row[i] = 0;
 }
 
 void BlockRowStream::save(ByteChannel& channel) const {
@@ -69,7 +81,8 @@ void BlockRowStream::load(ByteChannel& channel) {
     const bool consistent = (limit & block_stream_granularity_mask) == 0 && limit <= INT64_MAX &&
                             size <= limit && size <= INT32_MAX && stored_capacity >= 0 &&
                             static_cast<uint64_t>(stored_capacity) <= size;
-    if (!consistent) throw_command_error("invalid file");
+    if (!consistent || static_cast<int64_t>(limit) > channel.stream_reserve_cap) throw_command_error("invalid file");
+    require_bytes(channel, static_cast<int64_t>(size));
     if (block.base && block.reserve_limit != static_cast<int64_t>(limit)) release(block);
     block.reserve_limit = static_cast<int64_t>(limit);
     commit_for_load(block, static_cast<int64_t>(size), granularity_mask);
@@ -77,4 +90,5 @@ void BlockRowStream::load(ByteChannel& channel) {
     capacity = stored_capacity;
     position = 0;
     raw_bytes = 0;
+    damaged_ = false;
 }

@@ -32,6 +32,7 @@ public:
     void get_row16(uint16_t* row, const uint16_t* previous, int count) override;
 
     // Section: i32 capacity, u64 reserve limit, u64 logical size s, s bytes.
+    int64_t reserve_limit() const override { return block.reserve_limit; }
     void save(ByteChannel& channel) const override;
     void load(ByteChannel& channel) override;
 
@@ -47,5 +48,7 @@ private:
     // Where the next row's code starts and where the readable bytes end.
     const uint8_t* read_at() const { return block.base + position; }
     const uint8_t* read_end() const { return block.base + block.logical; }
-    void advance_read(int used);
+    // Moves past a decoded row; false when the row's code ran past the end.
+    bool advance_read(int used);
+    bool damaged_ = false;  // the rows ran past the end; reads give zeros until the next write
 };

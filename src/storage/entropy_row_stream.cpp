@@ -195,7 +195,8 @@ void EntropyRowStream::load(ByteChannel& channel) {
     // the streams lie within the bytes.
     consistent = consistent && (limit & entropy_stream_granularity_mask) == 0 && limit <= INT64_MAX &&
                  size <= limit && size <= INT32_MAX && static_cast<uint64_t>(total) <= size;
-    if (!consistent) throw_command_error("invalid file");
+    if (!consistent || static_cast<int64_t>(limit) > channel.stream_reserve_cap) throw_command_error("invalid file");
+    require_bytes(channel, static_cast<int64_t>(size));
     writer.reset();
     reader.reset();
     if (block.base && block.reserve_limit != static_cast<int64_t>(limit)) release(block);

@@ -57,6 +57,7 @@ public:
 
     // Section: 24 × (i32 capacity, i32 length), u64 reserve limit, u64
     // logical size s, then the s bytes of the streams back to back.
+    int64_t reserve_limit() const override { return block.reserve_limit; }
     void save(ByteChannel& channel) const override;
     void load(ByteChannel& channel) override;
 

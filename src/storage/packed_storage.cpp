@@ -38,12 +38,21 @@ PackedStorage::~PackedStorage() {
 
 bool PackedStorage::open() { return true; }
 
+int64_t PackedStorage::make_stream_limit(int64_t reserve_values) const {
+    return stream_mode_ == 1 ? block_stream_reserve_limit(reserve_values, value_bytes())
+                             : entropy_stream_reserve_limit(reserve_values);
+}
+
 std::unique_ptr<RowStream> PackedStorage::make_stream(int64_t reserve_values) const {
     // The reserve is the worst case of every row the stream may carry; only
     // what the rows take is committed.
-    if (stream_mode_ == 1)
-        return std::make_unique<BlockRowStream>(block_stream_reserve_limit(reserve_values, value_bytes()));
-    return std::make_unique<EntropyRowStream>(entropy_stream_reserve_limit(reserve_values));
+    if (stream_mode_ == 1) return std::make_unique<BlockRowStream>(make_stream_limit(reserve_values));
+    return std::make_unique<EntropyRowStream>(make_stream_limit(reserve_values));
+}
+
+bool PackedStorage::stream_holds(int group, int64_t reserve_values) const {
+    const RowStream* stream = groups_[group].stream.get();
+    return !stream || stream->reserve_limit() >= make_stream_limit(reserve_values);
 }
 
 uint8_t* PackedStorage::open_row(int group, int row) const {

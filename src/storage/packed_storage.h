@@ -50,6 +50,7 @@ public:
     void load(ByteChannel& channel) override;
     RowStream* open_group(RowStream* stream, int group, int64_t reserve_values) override;
     RowStream* close_group(RowStream* stream, int group, bool modified) override;
+    bool stream_holds(int group, int64_t reserve_values) const override;
 
     int stream_mode() const { return stream_mode_; }
     bool narrow() const { return narrow_; }
@@ -69,6 +70,8 @@ private:
     };
 
     std::unique_ptr<RowStream> make_stream(int64_t reserve_values) const;
+    // The reserve limit of a stream made for `reserve_values` values.
+    int64_t make_stream_limit(int64_t reserve_values) const;
     // Address of action 0 of a row; the group must be open.
     uint8_t* open_row(int group, int row) const;
     // Moves every row of an open group through the stream, action by action,

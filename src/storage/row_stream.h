@@ -41,6 +41,10 @@ public:
     virtual void get_row32(uint32_t* row, const uint32_t* previous, int count) = 0;
     virtual void get_row16(uint16_t* row, const uint16_t* previous, int count) = 0;
 
+    // Size of the address range the stream may fill; fixed when it is made
+    // or loaded.
+    virtual int64_t reserve_limit() const = 0;
+
     // The stream's section of the tree file.
     virtual void save(ByteChannel& channel) const = 0;
     virtual void load(ByteChannel& channel) = 0;

@@ -147,6 +147,13 @@ public:
     virtual RowStream* open_group(RowStream* stream, int group, int64_t reserve_values) = 0;
     virtual RowStream* close_group(RowStream* stream, int group, bool modified) = 0;
 
+    // Whether the row stream this store keeps for `group`, if any, can take
+    // `reserve_values` values: what the walk reserves for the chain of
+    // nodes it heads. Made streams always can; a loaded one states its own
+    // reserve, and a stream that could not would end the process at its
+    // next write.
+    virtual bool stream_holds(int /*group*/, int64_t /*reserve_values*/) const { return true; }
+
     // The locks of a row; null when (group, row) names no row of this store.
     virtual LockRecord* lock_record(int group, int row) = 0;
 

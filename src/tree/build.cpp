@@ -168,10 +168,15 @@ void create_engine(const std::vector<LineRecord>& records, const BoardCards& car
     make_nodes(e, records);
     make_boards_and_hands(e, cards, isomorphic);
     make_layouts(e);
+    e.pot_block[0] = pot_first;
+    e.pot_block[1] = pot_second;
+    e.pot_block[2] = pot;
     e.regret_scale = compute_regret_scale(storage_precision, e.largest_value);
 }
 
-void assign_storage(CompressionPair pair) {
+void assign_storage(CompressionPair pair) { assign_storage(pair, river_strategy_enabled); }
+
+void assign_storage(CompressionPair pair, bool river_sums) {
     SubgameEngine& e = *engine;
     const CompressionPair effective = effective_compression(pair, first_street);
     e.regret_compression = effective.regret;
@@ -193,7 +198,7 @@ void assign_storage(CompressionPair pair) {
         request.format_version = e.format_version;
         request.pair = effective;
         request.accumulate = e.average_strategy_mode != 0;
-        request.river_strategy = river_strategy_enabled;
+        request.river_strategy = river_sums;
         NodeShape shape;
         shape.action_count = static_cast<int>(node.children.size());
         shape.root_hand_count = static_cast<int>(root.hands.size());
@@ -213,7 +218,7 @@ void assign_storage(CompressionPair pair) {
     e.iterations = 0;
 }
 
-void build_game(bool choose) {
+void build_game(bool choose, std::optional<bool> isomorphic) {
     // A refused build leaves the tree that was there answering as before,
     // so the street and stack it reads are restored too.
     const int previous_first_street = first_street;
@@ -226,7 +231,8 @@ void build_game(bool choose) {
         if (lines->children.empty()) throw_command_error("lines not set");
         first_street = 1 + (turn_mask ? 1 : 0) + (river_mask ? 1 : 0);
         effective_stack = static_cast<int>(largest_line_amount(*lines));
-        if (first_street == flop_street && isomorphism_by_street[flop_street]) check_range_symmetry();
+        if (!isomorphic) isomorphic = isomorphism_by_street[first_street];
+        if (first_street == flop_street && *isomorphic) check_range_symmetry();
         collect_lines(records, *lines, -1, 0.0);
         for (const LineRecord& record : records)
             if (record.kind == decision_node && record.street > river_street) throw_command_error("invalid line");
@@ -243,7 +249,7 @@ void build_game(bool choose) {
     cards.flop = flop_mask;
     cards.turn = first_street > flop_street ? single_card(turn_mask) : -1;
     cards.river = first_street > turn_street ? single_card(river_mask) : -1;
-    create_engine(records, cards, isomorphism_by_street[first_street]);
+    create_engine(records, cards, *isomorphic);
     engine->lines = std::move(lines);
     if (choose) apply_compression_setting();
     tree_ready = true;

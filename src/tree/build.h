@@ -1,6 +1,7 @@
 // Building the game tree from the client's ranges, board, pot and lines.
 #pragma once
 
+#include <optional>
 #include <vector>
 
 #include "model/cards.h"
@@ -32,14 +33,18 @@ struct BoardCards {
 void create_engine(const std::vector<LineRecord>& records, const BoardCards& cards, bool isomorphic);
 
 // Makes every decision node's stores for a compression pair, and the figures
-// that follow from them.
+// that follow from them. River nodes keep strategy sums as
+// enable_river_strategy says, or as `river_sums` says for a loaded tree.
 void assign_storage(CompressionPair pair);
+void assign_storage(CompressionPair pair, bool river_sums);
 
 // Puts the requested compression level in force on the built tree, choosing
 // one by the memory estimate when the request is automatic.
 void apply_compression_setting();
 
-// The whole build; `choose_compression` picks the level (load_tree keeps its own).
-void build_game(bool choose_compression);
+// The whole build; `choose_compression` picks the level (load_tree keeps its
+// own). Suit isomorphism follows set_isomorphism unless `isomorphic` says
+// otherwise: a loaded tree's rows fit the hand lists it was saved with.
+void build_game(bool choose_compression, std::optional<bool> isomorphic = std::nullopt);
 
 void cmd_build_tree(const Tokens& tokens);

@@ -70,6 +70,7 @@ struct SubgameEngine {
     std::vector<float> root_weights[2];
     std::vector<float> root_reach[2];
     RangeVector range[2]{};  // the client's ranges, never permuted
+    double pot_block[3] = {0, 0, 100};  // set_pot's three numbers at the build
     std::vector<std::unique_ptr<RowLayout>> layouts;  // by action count; element 0 empty
     double max_weight[2] = {1.0, 1.0};
     int32_t average_strategy_mode = 1;
@@ -159,6 +160,10 @@ extern FifoMutex engine_lock;
 
 // Destroys the engine, if any, and marks the tree absent.
 void destroy_engine();
+
+// Opens every node's stores that isn't open yet; true when all are. The
+// solver does it before its first walk, and a tree file before its values.
+bool open_all_storage(SubgameEngine& engine);
 
 // True when the node is the first of its street on its path.
 inline bool is_first_of_street(const TreeNode& node) {

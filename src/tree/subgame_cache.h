@@ -2,6 +2,8 @@
 // there, summed over iterations, and the last values handed back up.
 #pragma once
 
+#include <cstdint>
+
 #include "shell/protocol/hand_vector.h"
 
 struct SubgameCache {
@@ -9,4 +11,7 @@ struct SubgameCache {
     HandVector value[2];
     HandVector best[2];
     bool frozen = false;
+    // Per card, that its subgame was solved again after forgetting. Kept by
+    // tree files.
+    uint64_t solved_cards = 0;
 };

@@ -23,6 +23,10 @@ public:
         position += size_t(count);
     }
 
+    int64_t remaining() const override {
+        return writing ? ByteChannel::remaining() : static_cast<int64_t>(bytes.size() - position);
+    }
+
     // Turns the written bytes into the input of a reader.
     void rewind() {
         writing = false;

@@ -1,0 +1,40 @@
+#include "solver/tree_file_commands.h"
+
+#include "solver/node_strategy.h"
+#include "storage/file_channel.h"
+
+namespace {
+
+void shown_strategy(SubgameEngine& e, const TreeNode& node, int group, int count, float* out) {
+    read_reported_strategy(e, node, group, -1, count, out);
+}
+
+}  // namespace
+
+TreeFileHooks solver_tree_file_hooks() {
+    TreeFileHooks hooks;
+    hooks.shown_strategy = shown_strategy;
+    return hooks;
+}
+
+void cmd_load_tree(const Tokens& tokens) {
+    FileReadChannel channel(tokens[1]);
+    read_tree_file(channel, solver_tree_file_hooks());
+    reply("%s ok!\n", tokens[0].c_str());
+}
+
+void cmd_dump_tree(const Tokens& tokens) {
+    if (tokens.size() < 2) throw_argument_error();
+    TreeDumpOptions options;
+    for (size_t i = 2; i < tokens.size(); ++i) {
+        if (tokens[i] == "no_values") {
+            options.without_values = true;
+        } else {
+            throw_argument_error();
+        }
+    }
+    FileWriteChannel channel(tokens[1]);
+    write_tree_file(channel, *engine, options, solver_tree_file_hooks());
+    channel.commit();
+    reply("%s ok!\n", tokens[0].c_str());
+}

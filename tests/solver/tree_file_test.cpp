@@ -1,0 +1,337 @@
+// Tree files read back in every version, written by the program and by the
+// tests' writer of older versions, and damaged ones refused without harm.
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "solver/node_strategy.h"
+#include "solver/results.h"
+#include "solver/tree_file_commands.h"
+#include "solver/walk.h"
+#include "solver_test_support.h"
+#include "storage/float_row_storage.h"
+#include "tree/boards.h"
+#include "tree_file_writer.h"
+
+namespace {
+
+// What a client can see of a solve: every decision node's shown strategy at
+// its first boards, and both players' values and best responses.
+struct SolveView {
+    int iterations = 0;
+    std::vector<float> strategies;
+    double values[4] = {};
+
+    bool operator==(const SolveView&) const = default;
+};
+
+SolveView view_of(SubgameEngine& e) {
+    SolveView view;
+    view.iterations = e.iterations;
+    const RootBoard& root = *e.root_board;
+    for (const TreeNode& node : e.nodes) {
+        if (node.kind != decision_node || !node.regrets) continue;
+        const int turn = node.street == flop_street ? -1 : (e.root_turn_group >= 0 ? e.root_turn_group : 0);
+        const int river = node.street == river_street ? (e.root_river_row >= 0 ? e.root_river_row : 0) : -1;
+        int count = static_cast<int>(root.hands.size());
+        if (turn >= 0) count = root.turns[turn].hands.size();
+        if (river >= 0) count = root.turns[turn].rivers[river].hands.size();
+        std::vector<float> out(node.children.size() * count);
+        read_reported_strategy(e, node, turn, river, count, out.data());
+        view.strategies.insert(view.strategies.end(), out.begin(), out.end());
+    }
+    const SolverProgressRecord results = calc_results_now();
+    view.values[0] = results.ev_oop;
+    view.values[1] = results.ev_ip;
+    view.values[2] = results.mes_oop;
+    view.values[3] = results.mes_ip;
+    return view;
+}
+
+void solve(int iterations) {
+    for (int i = 0; i < iterations; ++i) run_iteration(*engine);
+}
+
+void load_bytes(const std::vector<uint8_t>& bytes) {
+    MemoryChannel channel(-1);
+    channel.bytes = bytes;
+    channel.rewind();
+    read_tree_file(channel, solver_tree_file_hooks());
+    EXPECT_TRUE(channel.at_end());
+}
+
+std::vector<uint8_t> dump_bytes(const TreeDumpOptions& options = {}) {
+    MemoryChannel channel(-1);
+    write_tree_file(channel, *engine, options, solver_tree_file_hooks());
+    return channel.bytes;
+}
+
+// Builds a game at a level, as a file of `version` would hold it. Sums from
+// the first iteration on, so that a few iterations fill every kind of row.
+void build_for_version(const TestGame& game, int level, int version, int32_t average_mode = 2) {
+    build_test_game(game);
+    engine->format_version = version;
+    engine->average_strategy_mode = average_mode;
+    compression_level = level;
+    assign_storage(compression_pair(level));
+}
+
+// Small ranges keep the flop trees quick; every store class still gets rows.
+TestGame small_flop_game() {
+    TestGame game = flop_game();
+    game.share = 0.06;
+    return game;
+}
+
+TestGame small_turn_game() {
+    TestGame game = turn_game();
+    game.share = 0.1;
+    return game;
+}
+
+class TreeFileTest : public testing::Test {
+protected:
+    static void SetUpTestSuite() { prepare_solver_tables(); }
+    void TearDown() override {
+        destroy_engine();
+        tree_info_lines.clear();
+    }
+};
+
+// Each version read from a file in its own form continues the solve as if
+// never saved: strategies, results, and the iterations after the load. Every
+// level goes through every version over the cases; the river game crosses
+// the averaging delay across the save.
+TEST_F(TreeFileTest, EveryVersionContinuesTheSolve) {
+    struct Case {
+        TestGame game;
+        int level;
+        int32_t average_mode;
+        int iterations;
+    };
+    const Case cases[] = {{river_game(), 1, 1, averaging_delay - 1}, {small_turn_game(), 0, 2, 4},
+                          {small_flop_game(), 2, 2, 3}, {small_turn_game(), 3, 2, 4},
+                          {small_flop_game(), 4, 2, 3}, {small_turn_game(), 5, 2, 4}};
+    int round = 0;
+    for (int version = 0; version <= 7; ++version) {
+        for (int pick = 0; pick < 2; ++pick) {
+            const Case& c = cases[round++ % std::size(cases)];
+            build_for_version(c.game, c.level, version, c.average_mode);
+            SCOPED_TRACE("version " + std::to_string(version) + " level " + std::to_string(c.level) + " street " +
+                         std::to_string(first_street));
+            tree_info_lines = {"first", ""};
+            solve(c.iterations);
+            OldFileChoices choices;
+            choices.version = version;
+            choices.entropy_rows = version == 6;
+            const std::vector<uint8_t> file = write_old_tree_file(choices);
+            if (version == 7) {
+                EXPECT_EQ(file, dump_bytes()) << "the program writes what the tests' writer does";
+            }
+            const SolveView saved = view_of(*engine);
+            solve(3);
+            const SolveView continued = view_of(*engine);
+
+            load_bytes(file);
+            EXPECT_EQ(engine->format_version, version);
+            EXPECT_EQ(view_of(*engine), saved);
+            solve(3);
+            EXPECT_EQ(view_of(*engine), continued);
+            if (version >= 7) {
+                EXPECT_EQ(tree_info_lines, (std::vector<std::string>{"first", ""}));
+            }
+        }
+    }
+}
+
+// A packed store that was never walked has no streams; the first walk after
+// the load makes them, as it would have without the file.
+TEST_F(TreeFileTest, PackedStoresWithoutStreams) {
+    for (const int level : {2, 4}) {
+        build_for_version(small_flop_game(), level, 7);
+        const std::vector<uint8_t> file = dump_bytes();
+        solve(5);
+        const SolveView direct = view_of(*engine);
+        load_bytes(file);
+        solve(5);
+        EXPECT_EQ(view_of(*engine), direct);
+    }
+}
+
+// Lock masks go through the file with the rows; a mask whose first hand is
+// locked starts with a run of length 0.
+TEST_F(TreeFileTest, LockRecordsOfEveryStore) {
+    for (const int level : {0, 3, 5}) {
+        build_for_version(small_flop_game(), level, 7);
+        solve(2);
+        int locked = 0;
+        for (TreeNode& node : engine->nodes) {
+            if (!node.regrets) continue;
+            const int turn = node.street == flop_street ? -1 : 1;
+            const int river = node.street == river_street ? 2 : -1;
+            LockRecord* record = node.regrets->lock_record(turn, river);
+            ASSERT_NE(record, nullptr);
+            const int hands = node.regrets->row_length(turn, river);
+            record->flags = lock_flag_node | lock_flag_mask;
+            record->lock_mask = std::make_unique<uint8_t[]>(hands);
+            for (int h = 0; h < hands; ++h) record->lock_mask[h] = (h + locked) % 3 == 0;
+            record->lock_mask_length = hands;
+            ++locked;
+        }
+        const std::vector<uint8_t> file = dump_bytes();
+        load_bytes(file);
+        int seen = 0;
+        for (TreeNode& node : engine->nodes) {
+            if (!node.regrets) continue;
+            const int turn = node.street == flop_street ? -1 : 1;
+            const int river = node.street == river_street ? 2 : -1;
+            const LockRecord* record = node.regrets->lock_record(turn, river);
+            const int hands = node.regrets->row_length(turn, river);
+            ASSERT_EQ(record->flags, lock_flag_node | lock_flag_mask);
+            ASSERT_EQ(record->lock_mask_length, hands);
+            for (int h = 0; h < hands; ++h) ASSERT_EQ(record->lock_mask[h], (h + seen) % 3 == 0) << h;
+            ++seen;
+        }
+        EXPECT_EQ(seen, locked);
+    }
+}
+
+// A file of a tree forgotten from the river: no river stores, the solved
+// streets in thousandths with the last action implied, reach vectors kept.
+// The program writes such a tree back as it read it.
+TEST_F(TreeFileTest, TreeForgottenFromTheRiver) {
+    for (const int version : {3, 5, 7}) {
+        build_for_version(small_flop_game(), 0, version);
+        solve(4);
+        // Reach at the river's first nodes as forgetting leaves them.
+        for (TreeNode& node : engine->nodes) {
+            if (!node.cache || node.street != river_street) continue;
+            for (int g = 0; g < turn_group_slots; ++g) {
+                for (HandVector& reach : node.cache[g].reach_sum) {
+                    if (!reach.data) continue;
+                    for (int h = 0; h < reach.count; ++h) reach.data[h] = std::fmod(reach.data[h], 1.5f);
+                }
+                node.cache[g].frozen = true;
+                node.cache[g].solved_cards = 0x5;
+            }
+        }
+        OldFileChoices choices;
+        choices.version = version;
+        choices.cut_from = river_street;
+        choices.hooks = solver_tree_file_hooks();
+        const std::vector<uint8_t> file = write_old_tree_file(choices);
+        const SolveView whole = view_of(*engine);
+        load_bytes(file);
+
+        SubgameEngine& e = *engine;
+        EXPECT_EQ(e.forgotten_from, river_street);
+        EXPECT_TRUE(e.flags & incomplete_tree_flag);
+        for (const TreeNode& node : e.nodes) {
+            if (node.street == river_street) {
+                EXPECT_FALSE(node.regrets);
+            }
+            if (node.cache && node.street == river_street) {
+                EXPECT_TRUE(node.cache[0].frozen);
+                EXPECT_EQ(node.cache[0].solved_cards, 0x5u);
+            }
+        }
+        if (version < 4) continue;  // older files keep the solved streets' stores whole
+        // The root's strategy, from thousandths: within a thousandth of the
+        // whole tree's, shares of each hand summing to one.
+        const TreeNode& root = e.nodes[0];
+        const int hands = static_cast<int>(e.root_board->hands.size());
+        const int actions = static_cast<int>(root.children.size());
+        std::vector<float> shown(size_t(actions) * hands);
+        read_reported_strategy(e, root, -1, -1, hands, shown.data());
+        for (int h = 0; h < hands; ++h) {
+            float total = 0;
+            for (int a = 0; a < actions; ++a) {
+                EXPECT_NEAR(shown[size_t(a) * hands + h], whole.strategies[size_t(a) * hands + h], 1.5e-3);
+                total += shown[size_t(a) * hands + h];
+            }
+            EXPECT_NEAR(total, 1.0f, 1e-5);
+        }
+        const std::vector<uint8_t> again = dump_bytes();
+        load_bytes(again);
+        std::vector<float> reloaded(shown.size());
+        read_reported_strategy(*engine, engine->nodes[0], -1, -1, hands, reloaded.data());
+        EXPECT_EQ(reloaded, shown);
+        EXPECT_EQ(dump_bytes(), again) << "a forgotten tree goes through the file unchanged";
+    }
+}
+
+// Damaged files are refused with one of the load's replies, never a crash, a
+// hang or an allocation beyond the file; the tree that was there stays.
+TEST_F(TreeFileTest, DamagedFilesLeaveTheTreeAlone) {
+    std::vector<std::vector<uint8_t>> files;
+    for (const int level : {0, 2, 4, 5}) {
+        build_for_version(small_turn_game(), level, 7);
+        solve(3);
+        files.push_back(dump_bytes());
+    }
+    build_for_version(river_game(), 0, 7);
+    solve(2);
+    tree_info_lines = {"kept"};
+    const SubgameEngine* kept = engine.get();
+    const SolveView before = view_of(*engine);
+
+    std::mt19937 random(7);
+    int refused = 0, loaded = 0;
+    auto attempt = [&](const std::vector<uint8_t>& bytes) {
+        try {
+            load_bytes(bytes);
+            ++loaded;
+            // A file that reads may still hold garbage: walking it must be safe.
+            calc_results_now();
+            destroy_engine();
+            build_for_version(river_game(), 0, 7);
+            solve(2);
+            tree_info_lines = {"kept"};
+            kept = engine.get();
+        } catch (const std::runtime_error& error) {
+            ++refused;
+            const std::string text = error.what();
+            const bool known = text.find("invalid file") != std::string::npos ||
+                               text.find("can't read from file") != std::string::npos ||
+                               text.find("unsupported data format") != std::string::npos ||
+                               text.find("incompatible data") != std::string::npos ||
+                               text.find("read past the end") != std::string::npos ||
+                               text.find("CreateOptimalTree") != std::string::npos ||
+                               text.find("compressor wrong id") != std::string::npos;
+            EXPECT_TRUE(known) << text;
+            ASSERT_EQ(engine.get(), kept);
+            EXPECT_TRUE(tree_ready);
+            EXPECT_EQ(tree_info_lines, std::vector<std::string>{"kept"});
+        }
+    };
+    for (const std::vector<uint8_t>& file : files) {
+        // Ends at random points and in each eighth of the file.
+        for (int cut = 0; cut < 40; ++cut) {
+            const size_t length = cut < 8 ? file.size() * cut / 8 : random() % file.size();
+            attempt(std::vector<uint8_t>(file.begin(), file.begin() + length));
+        }
+        // Flipped bytes and huge counts.
+        for (int flip = 0; flip < 40; ++flip) {
+            std::vector<uint8_t> damaged = file;
+            const size_t at = random() % damaged.size();
+            if (flip % 2 == 0) {
+                damaged[at] ^= static_cast<uint8_t>(1 + random() % 255);
+            } else {
+                for (size_t i = at; i < std::min(at + 4, damaged.size()); ++i) damaged[i] = i + 1 == at + 4 ? 0x7f : 0xff;
+            }
+            attempt(damaged);
+        }
+    }
+    EXPECT_GT(refused, 0);
+    if (engine.get() == kept && tree_info_lines == std::vector<std::string>{"kept"}) {
+        EXPECT_EQ(view_of(*engine), before);
+    }
+    std::vector<uint8_t> newer = files[0];
+    newer[4] = 8;
+    attempt(newer);
+    std::vector<uint8_t> magic = files[0];
+    magic[0] = 'B';
+    attempt(magic);
+}
+
+}  // namespace
