@@ -64,7 +64,7 @@ constexpr CommandEntry table[] = {
     {"free_tree", cmd_free_tree, 1, solving, "", "release the game tree"},
     {"load_tree", cmd_load_tree, 2, solving, "<file>",
      "replace the tree by a saved one; a file that can't be read leaves the tree as it was"},
-    {"dump_tree", cmd_dump_tree, var, tree | solving, "<file> [no_values]",
+    {"dump_tree", cmd_dump_tree, var, solving, "<file> [no_values]",
      "save the tree and its solve; no_values leaves out what a load recomputes"},
     {"show_node", cmd_show_node, 2, tree, "<path>", "a node's record"},
     {"show_children", cmd_show_children, 2, tree, "<path>", "the records of a node's children"},
