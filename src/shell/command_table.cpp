@@ -65,7 +65,7 @@ constexpr CommandEntry table[] = {
     {"load_tree", cmd_load_tree, 2, solving, "<file>",
      "replace the tree by a saved one; a file that can't be read leaves the tree as it was"},
     {"dump_tree", cmd_dump_tree, var, solving, "<file> [no_values]",
-     "save the tree and its solve; no_values leaves out what a load recomputes"},
+     "save the tree and its solve, whole or not at all; no_values leaves out the EVs of chance positions"},
     {"show_node", cmd_show_node, 2, tree, "<path>", "a node's record"},
     {"show_children", cmd_show_children, 2, tree, "<path>", "the records of a node's children"},
     {"show_strategy", cmd_show_strategy, 2, tree, "<path>", "each action's share for every hand at a node"},

@@ -238,9 +238,19 @@ void read_solution(ByteChannel& channel, SubgameEngine& e, bool skip_values, con
             if (!cut) cached.push_back(&node);
         }
         if (forgotten && version >= 4) continue;
-        if (node.regrets) node.regrets->load(channel);
+        if (!node.regrets) continue;
+        // Opened node by node as the file reaches it, so that a file that
+        // ends early has taken the memory of one node beyond its bytes at
+        // most, not that of the whole tree.
+        if (!node.regrets->open() || (node.strategy_sums && !node.strategy_sums->open()))
+            throw_command_error("out of memory");
+        node.opened = 1;
+        node.regrets->load(channel);
         if (node.strategy_sums) node.strategy_sums->load(channel);
     }
+    // The stores the file has no rows for: a forgotten tree's solved
+    // streets, which the cut-off rows fill.
+    if (!open_all_storage(e)) throw_command_error("out of memory");
     if (version >= 4) {
         read_cache_values(channel, e, skip_values, cached);
         if (forgotten) {
@@ -326,7 +336,6 @@ void read_tree_file(ByteChannel& channel, const TreeFileHooks& hooks) {
         build_file_game(game, version);
         SubgameEngine& e = *engine;
         channel.stream_reserve_cap = tree_stream_reserve_cap(e);
-        if (!open_all_storage(e)) throw_command_error("out of memory");
         read_solution(channel, e, game.skip_values, hooks);
         if (!tree_stream_reserves_hold(e)) invalid_file();
         std::vector<std::string> info_lines;

@@ -118,6 +118,25 @@ TEST_F(TreeFileProgramTest, FlopWithoutCompressionAndAtMax) {
     round_trip(*this, spots()[2], 4, 0);
 }
 
+// Without values the file is smaller and keeps the strategies and the solve;
+// EVs read 0 after the load, as the file says it has none.
+TEST_F(TreeFileProgramTest, WithoutValues) {
+    const Spot spot = spots()[0];
+    const std::string saved = run("load_script " + spot.script.string() +
+                                  "\ngo 4 steps\nwait_for_solver\necho solved\nshow_strategy r:0\nshow_strategy "
+                                  "r:0:c:c:As\necho shown\ndump_tree whole.tree\ndump_tree lean.tree no_values\n");
+    const std::string loaded =
+        run("load_tree lean.tree\necho solved\nshow_strategy r:0\nshow_strategy r:0:c:c:As\necho shown\n"
+            "calc_ev OOP r:0\ngo 1 steps\nwait_for_solver\ncalc_results\n");
+    EXPECT_EQ(saved.substr(saved.find("shown\n") + 6), "dump_tree ok!\ndump_tree ok!\n");
+    EXPECT_EQ(between(loaded, "solved", "shown"), between(saved, "solved", "shown"));
+    EXPECT_LT(fs::file_size(work / "lean.tree"), fs::file_size(work / "whole.tree"));
+    const std::string ev = between(loaded, "shown", "END");
+    const std::string first_line = ev.substr(0, ev.find('\n'));
+    EXPECT_EQ(first_line.find_first_not_of("0 n a"), std::string::npos) << first_line.substr(0, 200);
+    EXPECT_NE(loaded.find("SOLVER: stopped (required number of steps done)\nEV OOP: "), std::string::npos) << loaded.substr(loaded.size() - 300);
+}
+
 // Refusals of dump_tree and load_tree name the reason and leave the tree that
 // is loaded, and the file of the name asked for, as they were.
 TEST_F(TreeFileProgramTest, RefusalsKeepTheTreeAndTheFile) {
