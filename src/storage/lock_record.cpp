@@ -51,10 +51,12 @@ void load_lock_record(ByteChannel& channel, LockRecord& record, int hand_count) 
     }
     const int length = read_field<uint16_t>(channel);
     const int run_count = read_field<uint16_t>(channel);
+    // The updates read one mask byte per hand of the row; more runs than
+    // hands and one can't come from a mask.
+    if (length != hand_count || run_count > length + 1) throw_command_error("invalid file");
+    require_bytes(channel, int64_t{run_count} * 2);
     std::vector<uint16_t> runs(run_count);
     channel.transfer(runs.data(), static_cast<int64_t>(runs.size() * sizeof(uint16_t)));
-    // The updates read one mask byte per hand of the row.
-    if (length != hand_count) throw_command_error("invalid file");
 
     auto mask = std::make_unique<uint8_t[]>(length);
     std::memset(mask.get(), 0, length);

@@ -192,19 +192,15 @@ void read_cut_rows(SubgameEngine& e, RowDecoder& rows) {
 
 // The values of the caches: their sizes, then (unless the file has no
 // values) their rows.
-void read_cache_values(ByteChannel& channel, SubgameEngine& e, bool skip_values,
-                       const std::vector<TreeNode*>& cached) {
+void read_cache_values(ByteChannel& channel, bool skip_values, const std::vector<TreeNode*>& cached) {
     for (TreeNode* node : cached) {
         for (int element = 0; element < cache_elements(*node); ++element) {
             for (int index = 0; index < 4; ++index) {
                 const int32_t size = read_field<int32_t>(channel);
                 if (size < 0 || size > max_row_values) invalid_file();
-                HandVector& vector = cache_value_vector(node->cache[element], index);
-                vector = HandVector();
-                if (size > 0) {
-                    vector.resize(size);
-                    std::fill(vector.data, vector.data + size, 0.0f);
-                }
+                // Zeros held as a null block until rows fill them: a file
+                // without values states sizes that no bytes back.
+                cache_value_vector(node->cache[element], index).set_zero(size);
             }
         }
     }
@@ -216,11 +212,11 @@ void read_cache_values(ByteChannel& channel, SubgameEngine& e, bool skip_values,
             for (int index = 0; index < 4; ++index) {
                 HandVector& vector = cache_value_vector(node->cache[element], index);
                 rows->get_row32(row.data(), nullptr, vector.count);
+                vector.resize(vector.count);
                 for (int i = 0; i < vector.count; ++i) vector.data[i] = cache_value_of_code(row[i]);
             }
         }
     }
-    (void)e;
 }
 
 void read_solution(ByteChannel& channel, SubgameEngine& e, bool skip_values, const TreeFileHooks& hooks) {
@@ -252,7 +248,7 @@ void read_solution(ByteChannel& channel, SubgameEngine& e, bool skip_values, con
     // streets, which the cut-off rows fill.
     if (!open_all_storage(e)) throw_command_error("out of memory");
     if (version >= 4) {
-        read_cache_values(channel, e, skip_values, cached);
+        read_cache_values(channel, skip_values, cached);
         if (forgotten) {
             if (!skip_values) read_cut_rows(e, *open_row_section(channel));
             if (reach_missing && hooks.rebuild_missing_reach) hooks.rebuild_missing_reach(e);

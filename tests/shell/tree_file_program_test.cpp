@@ -113,10 +113,7 @@ TEST_F(TreeFileProgramTest, TurnAtEveryLevelWithAndWithoutIsomorphism) {
         for (const int isomorphic : {1, 0}) round_trip(*this, spots()[0], level, isomorphic);
 }
 
-TEST_F(TreeFileProgramTest, FlopWithoutCompressionAndAtMax) {
-    round_trip(*this, spots()[2], 0, 1);
-    round_trip(*this, spots()[2], 4, 0);
-}
+TEST_F(TreeFileProgramTest, FlopAtMax) { round_trip(*this, spots()[2], 4, 0); }
 
 // Without values the file is smaller and keeps the strategies and the solve;
 // EVs read 0 after the load, as the file says it has none.

@@ -60,6 +60,24 @@ void load_bytes(const std::vector<uint8_t>& bytes) {
     EXPECT_TRUE(channel.at_end());
 }
 
+// Where each field the reader takes of a file starts. Loads the file.
+std::vector<size_t> field_starts(const std::vector<uint8_t>& file) {
+    struct RecordingChannel : MemoryChannel {
+        RecordingChannel() : MemoryChannel(-1) {}
+        void transfer(void* buffer, int64_t count) override {
+            starts.push_back(position);
+            MemoryChannel::transfer(buffer, count);
+        }
+        std::vector<size_t> starts;
+    } channel;
+    channel.bytes = file;
+    channel.rewind();
+    read_tree_file(channel, solver_tree_file_hooks());
+    std::sort(channel.starts.begin(), channel.starts.end());
+    channel.starts.erase(std::unique(channel.starts.begin(), channel.starts.end()), channel.starts.end());
+    return channel.starts;
+}
+
 std::vector<uint8_t> dump_bytes(const TreeDumpOptions& options = {}) {
     MemoryChannel channel(-1);
     write_tree_file(channel, *engine, options, solver_tree_file_hooks());
@@ -74,6 +92,10 @@ void build_for_version(const TestGame& game, int level, int version, int32_t ave
     engine->average_strategy_mode = average_mode;
     compression_level = level;
     assign_storage(compression_pair(level));
+}
+
+int first_street_of(const TestGame& game) {
+    return game.river.empty() ? (game.turn.empty() ? flop_street : turn_street) : river_street;
 }
 
 // Small ranges keep the flop trees quick; every store class still gets rows.
@@ -98,50 +120,74 @@ protected:
     }
 };
 
-// Each version read from a file in its own form continues the solve as if
-// never saved: strategies, results, and the iterations after the load. Every
-// level goes through every version over the cases; the river game crosses
-// the averaging delay across the save.
-TEST_F(TreeFileTest, EveryVersionContinuesTheSolve) {
-    struct Case {
-        TestGame game;
-        int level;
-        int32_t average_mode;
-        int iterations;
-    };
-    const Case cases[] = {{river_game(), 1, 1, averaging_delay - 1}, {small_turn_game(), 0, 2, 4},
-                          {small_flop_game(), 2, 2, 3}, {small_turn_game(), 3, 2, 4},
-                          {small_flop_game(), 4, 2, 3}, {small_turn_game(), 5, 2, 4}};
-    int round = 0;
-    for (int version = 0; version <= 7; ++version) {
-        for (int pick = 0; pick < 2; ++pick) {
-            const Case& c = cases[round++ % std::size(cases)];
-            build_for_version(c.game, c.level, version, c.average_mode);
-            SCOPED_TRACE("version " + std::to_string(version) + " level " + std::to_string(c.level) + " street " +
-                         std::to_string(first_street));
-            tree_info_lines = {"first", ""};
-            solve(c.iterations);
-            OldFileChoices choices;
-            choices.version = version;
-            choices.entropy_rows = version == 6;
-            const std::vector<uint8_t> file = write_old_tree_file(choices);
-            if (version == 7) {
-                EXPECT_EQ(file, dump_bytes()) << "the program writes what the tests' writer does";
-            }
-            const SolveView saved = view_of(*engine);
-            solve(3);
-            const SolveView continued = view_of(*engine);
+struct SolveCase {
+    TestGame game;
+    int level;
+    bool isomorphic = true;
+    int32_t average_mode = 2;
+    int iterations = 3;
+};
 
-            load_bytes(file);
-            EXPECT_EQ(engine->format_version, version);
-            EXPECT_EQ(view_of(*engine), saved);
-            solve(3);
-            EXPECT_EQ(view_of(*engine), continued);
-            if (version >= 7) {
-                EXPECT_EQ(tree_info_lines, (std::vector<std::string>{"first", ""}));
-            }
-        }
+// A solve saved in a version's form and loaded again reads as it did, and
+// continues as it would have without the file: strategies, results, and the
+// iterations after the load.
+void check_continuation(const SolveCase& c, int version) {
+    const bool was_isomorphic = isomorphism_by_street[first_street_of(c.game)];
+    isomorphism_by_street[first_street_of(c.game)] = c.isomorphic;
+    build_for_version(c.game, c.level, version, c.average_mode);
+    isomorphism_by_street[first_street_of(c.game)] = was_isomorphic;
+    SCOPED_TRACE("version " + std::to_string(version) + " level " + std::to_string(c.level) + " street " +
+                 std::to_string(first_street) + " isomorphism " + std::to_string(c.isomorphic));
+    tree_info_lines = {"first", ""};
+    solve(c.iterations);
+    OldFileChoices choices;
+    choices.version = version;
+    choices.entropy_rows = version == 6;
+    const std::vector<uint8_t> file = write_old_tree_file(choices);
+    if (version == 7) {
+        EXPECT_EQ(file, dump_bytes()) << "the program writes what the tests' writer does";
     }
+    const SolveView saved = view_of(*engine);
+    const uint32_t isomorphism = engine->flags & isomorphism_on_flag;
+    if (first_street == flop_street) {
+        EXPECT_EQ(isomorphism != 0, c.isomorphic);
+    }
+    solve(3);
+    const SolveView continued = view_of(*engine);
+
+    load_bytes(file);
+    EXPECT_EQ(engine->format_version, version);
+    EXPECT_EQ(engine->flags & isomorphism_on_flag, isomorphism);
+    EXPECT_EQ(view_of(*engine), saved);
+    solve(3);
+    EXPECT_EQ(view_of(*engine), continued);
+    if (version >= 7) {
+        EXPECT_EQ(tree_info_lines, (std::vector<std::string>{"first", ""}));
+    }
+}
+
+// Every older version's reading path, on every store class: levels only
+// change the river stores of a flop tree, so the flop takes them in turn. The
+// river game crosses the averaging delay across the save.
+TEST_F(TreeFileTest, EveryVersionContinuesTheSolve) {
+    const SolveCase cases[] = {{river_game(), 0, true, 1, averaging_delay - 1},
+                               {small_flop_game(), 1},
+                               {small_flop_game(), 2, false},
+                               {small_turn_game(), 0, true, 2, 4},
+                               {small_flop_game(), 3},
+                               {small_flop_game(), 4},
+                               {small_flop_game(), 5, false},
+                               {small_flop_game(), 0}};
+    int round = 0;
+    for (int version = 0; version <= 6; ++version)
+        for (int pick = 0; pick < 2; ++pick) check_continuation(cases[round++ % std::size(cases)], version);
+}
+
+// The version dump_tree writes, at every level, with isomorphism on and off.
+TEST_F(TreeFileTest, VersionSevenAtEveryLevel) {
+    for (int level = 0; level <= 5; ++level) check_continuation({small_flop_game(), level, level % 2 == 0}, 7);
+    check_continuation({small_turn_game(), 0, false, 2, 4}, 7);
+    check_continuation({river_game(), 0, true, 1, averaging_delay + 1}, 7);
 }
 
 // A packed store that was never walked has no streams; the first walk after
@@ -264,10 +310,12 @@ TEST_F(TreeFileTest, TreeForgottenFromTheRiver) {
 // hang or an allocation beyond the file; the tree that was there stays.
 TEST_F(TreeFileTest, DamagedFilesLeaveTheTreeAlone) {
     std::vector<std::vector<uint8_t>> files;
-    for (const int level : {0, 2, 4, 5}) {
-        build_for_version(small_turn_game(), level, 7);
+    std::vector<std::vector<size_t>> boundaries;
+    for (const int level : {1, 3, 4, 5}) {
+        build_for_version(small_flop_game(), level, 7);
         solve(3);
         files.push_back(dump_bytes());
+        boundaries.push_back(field_starts(files.back()));
     }
     build_for_version(river_game(), 0, 7);
     solve(2);
@@ -304,14 +352,21 @@ TEST_F(TreeFileTest, DamagedFilesLeaveTheTreeAlone) {
             EXPECT_EQ(tree_info_lines, std::vector<std::string>{"kept"});
         }
     };
-    for (const std::vector<uint8_t>& file : files) {
+    for (size_t f = 0; f < files.size(); ++f) {
+        const std::vector<uint8_t>& file = files[f];
+        // Ends at field boundaries, spread over all the fields the reader
+        // takes, so that each kind of section is cut short somewhere.
+        for (int cut = 0; cut < 16; ++cut) {
+            const size_t length = boundaries[f][boundaries[f].size() * cut / 16];
+            attempt(std::vector<uint8_t>(file.begin(), file.begin() + length));
+        }
         // Ends at random points and in each eighth of the file.
-        for (int cut = 0; cut < 40; ++cut) {
+        for (int cut = 0; cut < 10; ++cut) {
             const size_t length = cut < 8 ? file.size() * cut / 8 : random() % file.size();
             attempt(std::vector<uint8_t>(file.begin(), file.begin() + length));
         }
         // Flipped bytes and huge counts.
-        for (int flip = 0; flip < 40; ++flip) {
+        for (int flip = 0; flip < 12; ++flip) {
             std::vector<uint8_t> damaged = file;
             const size_t at = random() % damaged.size();
             if (flip % 2 == 0) {
