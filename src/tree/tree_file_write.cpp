@@ -17,8 +17,9 @@ CardMask card_mask(Card card) { return card >= 0 ? card_bit(card) : 0; }
 
 int cache_elements(const TreeNode& node) { return node.street == turn_street ? 1 : turn_group_slots; }
 
-// The lines the tree was built from, with each node's index in the tree.
-const SchematicNode& built_lines() { return *schematic_tree; }
+// The lines the tree was built from, with each node's index in the tree: the
+// engine's own copy, which edits of the lines after the build leave alone.
+const SchematicNode& built_lines(const SubgameEngine& e) { return *e.lines; }
 
 // Whether the lines still have the tree's shape: node for node in build
 // order, with the same number of actions.
@@ -67,7 +68,7 @@ void write_game(ByteChannel& channel, const SubgameEngine& e, const TreeDumpOpti
     for (const double value : e.pot_block) write_field<double>(channel, value);
     for (const RangeVector& range : e.range)
         channel.transfer(const_cast<double*>(range.data()), sizeof(double) * range.size());
-    write_schematic_tree(channel, built_lines());
+    write_schematic_tree(channel, built_lines(e));
 
     EngineSettingsRecord settings;
     settings.flags = e.flags.load() | (has_river_sums(e) ? river_sums_file_flag : 0);
@@ -162,7 +163,7 @@ void write_line_list(ByteChannel& channel) {
 void write_tree_file(ByteChannel& channel, SubgameEngine& e, const TreeDumpOptions& options,
                      const TreeFileHooks& hooks) {
     size_t next = 0;
-    if (!lines_fit_tree(built_lines(), e, next) || next != e.nodes.size())
+    if (!lines_fit_tree(built_lines(e), e, next) || next != e.nodes.size())
         throw_command_error("lines changed since the tree was built");
     write_game(channel, e, options);
     write_solution(channel, e, options, hooks);

@@ -127,7 +127,7 @@ inline std::vector<uint8_t> write_old_tree_file(const OldFileChoices& choices) {
     write_field<uint64_t>(channel, e.fixed_river >= 0 ? card_bit(e.fixed_river) : 0);
     for (const double value : e.pot_block) write_field<double>(channel, value);
     for (const RangeVector& range : e.range) channel.transfer(const_cast<double*>(range.data()), 1326 * 8);
-    write_schematic_tree(channel, *schematic_tree);
+    write_schematic_tree(channel, *e.lines);
 
     const int cut = choices.cut_from;
     EngineSettingsRecord settings;
