@@ -11,22 +11,6 @@ namespace {
 
 [[noreturn]] void throw_incorrect_path() { throw_command_error("incorrect path"); }
 
-QueryBoard node_board(const SubgameEngine& e, const TreeNode& node, Card turn, Card river) {
-    if (node.street == flop_street) {
-        turn = -1;
-        river = -1;
-    } else if (turn < 0 || (node.street == river_street && river < 0)) {
-        // The rows of a later street belong to its cards: without them there
-        // is nothing to show.
-        throw_incorrect_path();
-    } else if (node.street == turn_street) {
-        river = -1;
-    }
-    QueryBoard board;
-    if (!find_query_board(e, turn, river, board)) throw_incorrect_path();
-    return board;
-}
-
 }  // namespace
 
 bool open_storages(SubgameEngine& e) {
@@ -39,7 +23,7 @@ StrategyRows read_strategy_rows(int node_index, Card turn, Card river) {
     const TreeNode& node = e.nodes[node_index];
     if (node.kind != decision_node || node.children.empty()) throw_incorrect_path();
     StrategyRows rows;
-    rows.board = node_board(e, node, turn, river);
+    rows.board = node_query_board(e, node, turn, river);
     rows.actions = static_cast<int32_t>(node.children.size());
     rows.values.resize(size_t(rows.actions) * rows.board.hand_count);
 

@@ -9,6 +9,8 @@
 #include "analysis/hand_rows.h"
 #include "analysis/ranges.h"
 #include "analysis/strategy_read.h"
+#include "solver/forgotten_rows.h"
+#include "solver/lock_commands.h"
 #include "tree/paths.h"
 
 namespace {
@@ -34,6 +36,14 @@ void cmd_show_strategy(const Tokens& tokens) {
     const NodeRef ref = decision_at(tokens[1]);
     for (const auto& action : strategy_in_hand_order(ref)) reply_text(values_line(action, "%.12g", "0"));
     reply("END\n");
+}
+
+void cmd_show_locked_combos(const Tokens& tokens) {
+    const PathRow target = path_row(tokens[1]);
+    const NodeRow& row = target.row;
+    solve_forgotten_subgame(*engine, *row.node, row.turn, row.river);
+    const std::vector<float> hands = locked_hands_row(*engine, row);
+    reply_text(values_line(in_hand_order(expand_row(*engine, target.board, hands.data())), "%.12g", "0"));
 }
 
 void cmd_show_strategy_pp(const Tokens& tokens) {

@@ -13,6 +13,7 @@
 #include "shell/processor_commands.h"
 #include "shell/settings_commands.h"
 #include "shell/shell_commands.h"
+#include "solver/lock_commands.h"
 #include "solver/solver_commands.h"
 #include "solver/tree_file_commands.h"
 #include "tree/build.h"
@@ -70,6 +71,8 @@ constexpr CommandEntry table[] = {
     {"show_children", cmd_show_children, 2, tree, "<path>", "the records of a node's children"},
     {"show_strategy", cmd_show_strategy, 2, tree, "<path>", "each action's share for every hand at a node"},
     {"show_strategy_pp", cmd_show_strategy_pp, 2, tree, "<path>", "the strategy at a node, hand by hand"},
+    {"show_locked_combos", cmd_show_locked_combos, 2, tree, "<path>",
+     "1 for each combo locked one by one at a node, 0 for the others"},
     {"show_range", cmd_show_range, var, player | tree_for_path, "<player> [<path>]",
      "a player's range at a node, or at the root"},
     {"show_probs", cmd_show_probs, 2, tree, "<path>",
@@ -95,8 +98,16 @@ constexpr CommandEntry table[] = {
     {"show_effective_stack", cmd_show_effective_stack, 1, tree, "", "the effective stack of the built tree"},
     {"set_eff_stack", cmd_set_eff_stack, 2, no_checks, "<chips>", "accepted and ignored: the lines set the stack"},
     {"set_rake", cmd_set_rake, 3, no_checks, "<fraction> <cap>", "rake as a share of the pot, up to a cap in chips"},
+    {"set_ev_boost", cmd_set_ev_boost, 3, tree, "<path> <boost>",
+     "in training, raise the worth of the action that leads to a node by a share from -0.99 to 1"},
     {"set_accuracy", cmd_set_accuracy, var, no_checks, "<chips> [fraction]",
      "exploitability at which the solver stops; \"fraction\" makes it a share of the pot"},
+    {"lock_node", cmd_lock_node, 2, tree, "<path>", "fix the strategy of a node for all hands"},
+    {"unlock_node", cmd_unlock_node, 2, tree, "<path>", "let a node's strategy learn again, for all hands"},
+    {"set_strategy", cmd_set_strategy, 1329, tree, "<path> <child> <1326 weights>",
+     "each hand's weight for one action of a node, in hand order; lock_node then keeps it"},
+    {"combo_lock_node", cmd_combo_lock_node, 1328, tree, "<path> <1326 flags>",
+     "fix the strategy of a node for the combos whose flag is not 0"},
     {"show_category_names", show_category_names, 1, no_checks, "", "the names of the hand categories"},
     {"show_categories", show_categories, var, no_checks, "<cards>...", "each combo's categories on a board"},
     alias("ai6_set_compression", "set_compression"),

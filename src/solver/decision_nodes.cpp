@@ -214,8 +214,7 @@ void update_node_regrets(const WalkFrame& f, const HandVector& value, ActionRows
     const SubgameEngine& e = *f.engine;
     const TreeNode& node = *f.node;
     if (!node.regrets) return;
-    const LockRecord* lock = node_lock(node, f.turn, f.river);
-    if (lock && (lock->flags & lock_flag_node)) return;
+    if (row_locked(node_lock(node, f.turn, f.river))) return;
     const bool river = node.street == river_street;
     std::span<const int16_t> tie_groups;
     if (river && e.iterations <= e.pool_iterations) tie_groups = river_board(e, f.turn, f.river).strength_groups;
@@ -243,8 +242,10 @@ void walk_traverser_node(WalkFrame& f) {
     ActionRows strategy(actions);
     read_node_strategy(f, strategy, e.mode == mode_train);
 
-    const LockRecord* lock = node_lock(node, f.turn, f.river);
-    const bool node_locked = lock && (lock->flags & lock_flag_node);
+    // Only a best response looks at the lock here; training's rules sit in
+    // the updates.
+    const LockRecord* lock = evaluating ? node_lock(node, f.turn, f.river) : nullptr;
+    const bool node_locked = row_locked(lock);
     const uint8_t* lock_mask = lock ? frozen_hands(*lock, count) : nullptr;
 
     ActionRows values(actions);

@@ -17,13 +17,11 @@ std::span<const float> uniform_defaults(int actions) {
     return row;
 }
 
-const TreeNode& first_of_street(const TreeNode& node) {
-    const TreeNode* first = &node;
-    while (!is_first_of_street(*first)) first = first->parent_node;
-    return *first;
-}
-
 }  // namespace
+
+LockRecord* node_lock(const TreeNode& node, int turn, int river) {
+    return node.regrets ? node.regrets->lock_record(turn, river) : nullptr;
+}
 
 void read_shown_strategy(const TreeNode& node, int turn, int river, bool average, float* const* out, int actions,
                          int count, const AverageScratch& scratch) {
@@ -63,14 +61,6 @@ void read_reported_strategy(SubgameEngine& e, const TreeNode& node, int turn, in
     open_all_storage(e);
     // Compressed river rows live in a stream shared by the river subtree of
     // this turn card; they are expanded for the read and dropped unchanged.
-    const bool streamed = node.street == river_street && node.regrets;
-    RiverNodes subtree;
-    if (streamed) collect_river_nodes(e, first_of_street(node), subtree);
-    OpenRiverRows open;
-    if (streamed) open_river_rows(subtree, turn, average, open);
+    const CommandRiverRows open(e, node, turn, average);
     read_shown_strategy(node, turn, river, average, rows.data(), actions, count, scratch);
-    if (streamed) {
-        const bool unchanged[2] = {false, false};
-        close_river_rows(subtree, turn, unchanged, unchanged, open);
-    }
 }

@@ -40,6 +40,15 @@ inline bool report_shows_average(const SubgameEngine& e, const TreeNode& node) {
     return node.street != river_street || river_strategy_enabled;
 }
 
+// Locks. A client may fix a node's strategy at a row (the node on one board):
+// a row locked as a whole learns nothing, neither regrets nor strategy sums,
+// and in a best response its player may not deviate from it; a row with a
+// mask keeps the same for the masked hands only, which the stores' updates
+// skip (frozen_hands) and the best response takes at the strategy's value.
+// The regret store's record is the row's lock; the sums' record mirrors it.
+LockRecord* node_lock(const TreeNode& node, int turn, int river);
+inline bool row_locked(const LockRecord* lock) { return lock && (lock->flags & lock_flag_node); }
+
 // Room for the average's fill-in: one row per action and one more, each of
 // the row's hand count. Only an average reads it.
 struct AverageScratch {

@@ -53,3 +53,8 @@ SolverProgressRecord calc_results_now() {
     record.exploitable = e.exploitable;
     return record;
 }
+
+void drop_kept_results(SubgameEngine& e) {
+    e.capture_cache.clear();
+    if (!(e.flags & incomplete_tree_flag)) e.results_iteration = -1;
+}

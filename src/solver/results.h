@@ -14,3 +14,9 @@ SolverProgressRecord calc_results_now();
 // strategies, and so do the values they leave at the chance positions, which
 // a capture walk started under the same lock reads.
 void compute_results_locked(SubgameEngine& engine);
+
+// Strategies changed without an iteration (a forced strategy, a lock): the
+// results and captured values kept for this iteration no longer hold. The
+// caller holds engine_lock. An incomplete tree keeps the results from before
+// its streets were forgotten.
+void drop_kept_results(SubgameEngine& engine);

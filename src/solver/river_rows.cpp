@@ -86,3 +86,16 @@ void close_river_rows(const RiverNodes& nodes, int turn, const bool regrets_modi
     }
     rows = OpenRiverRows{};
 }
+
+CommandRiverRows::CommandRiverRows(const SubgameEngine& e, const TreeNode& node, int turn, bool with_sums)
+    : turn_(turn), active_(node.street == river_street && node.regrets && turn >= 0) {
+    if (!active_) return;
+    const TreeNode* first = &node;
+    while (!is_first_of_street(*first)) first = first->parent_node;
+    collect_river_nodes(e, *first, nodes_);
+    open_river_rows(nodes_, turn_, with_sums, open_);
+}
+
+CommandRiverRows::~CommandRiverRows() {
+    if (active_) close_river_rows(nodes_, turn_, regrets_modified_, sums_modified_, open_);
+}

@@ -37,3 +37,26 @@ void prefetch_river_rows(const SubgameEngine& engine, const RiverNodes& nodes, i
 // (regrets and sums told apart), the others are dropped unchanged.
 void close_river_rows(const RiverNodes& nodes, int turn, const bool regrets_modified[2], const bool sums_modified[2],
                       OpenRiverRows& rows);
+
+// The streamed rows that a command reads or writes at one river node, under
+// engine_lock: the rows of turn group `turn` of the whole river subtree that
+// holds the node (a stream carries them all, in walk order), opened here and
+// closed when this goes out of scope. Rows marked modified are written back,
+// the others dropped unchanged. On earlier streets there is nothing to open.
+class CommandRiverRows {
+public:
+    CommandRiverRows(const SubgameEngine& engine, const TreeNode& node, int turn, bool with_sums);
+    ~CommandRiverRows();
+    CommandRiverRows(const CommandRiverRows&) = delete;
+    CommandRiverRows& operator=(const CommandRiverRows&) = delete;
+
+    void mark_modified(int player, bool sums) { (sums ? sums_modified_ : regrets_modified_)[player] = true; }
+
+private:
+    RiverNodes nodes_;
+    OpenRiverRows open_;
+    int turn_ = -1;
+    bool active_ = false;
+    bool regrets_modified_[2] = {false, false};
+    bool sums_modified_[2] = {false, false};
+};

@@ -50,14 +50,9 @@ float strategy_weight(const SubgameEngine& e) {
 void add_strategy_sums(const SubgameEngine& e, const TreeNode& node, int turn, int river, ActionRows& strategy,
                        const float* reach) {
     if (!node.strategy_sums || !sums_grow(e, node.street)) return;
-    const LockRecord* lock = node_lock(node, turn, river);
     const float weight = strategy_weight(e);
-    if (!(lock && (lock->flags & lock_flag_node)) && weight > 0.0f)
+    if (!row_locked(node_lock(node, turn, river)) && weight > 0.0f)
         node.strategy_sums->add_strategy(turn, river, strategy.pointers(), reach, weight);
-}
-
-LockRecord* node_lock(const TreeNode& node, int turn, int river) {
-    return node.regrets ? node.regrets->lock_record(turn, river) : nullptr;
 }
 
 // ---------------------------------------------------------------------------

@@ -128,9 +128,6 @@ float strategy_weight(const SubgameEngine& e);
 void add_strategy_sums(const SubgameEngine& e, const TreeNode& node, int turn, int river, ActionRows& strategy,
                        const float* reach);
 
-// The row's lock, or null when the node has no regret store for it.
-LockRecord* node_lock(const TreeNode& node, int turn, int river);
-
 // ---------------------------------------------------------------------------
 // Node routines.
 

@@ -12,6 +12,21 @@ const uint8_t* frozen_hands(const LockRecord& record, int hand_count) {
     return record.lock_mask.get();
 }
 
+void lock_whole_row(LockRecord& record, bool locked) {
+    record.lock_mask.reset();
+    record.lock_mask_length = 0;
+    record.flags &= ~lock_flag_mask;
+    record.flags = locked ? record.flags | lock_flag_node : record.flags & ~lock_flag_node;
+}
+
+void lock_hands(LockRecord& record, const float* values, int hand_count) {
+    if (!record.lock_mask || record.lock_mask_length != hand_count)
+        record.lock_mask = std::make_unique<uint8_t[]>(static_cast<size_t>(hand_count));
+    for (int h = 0; h < hand_count; ++h) record.lock_mask[h] = values[h] != 0.0f ? 1 : 0;
+    record.lock_mask_length = hand_count;
+    record.flags = (record.flags & ~lock_flag_node) | lock_flag_mask;
+}
+
 void save_lock_record(ByteChannel& channel, const LockRecord& record) {
     const bool has_mask = (record.flags & lock_flag_mask) && record.lock_mask;
     // A mask flag without a mask would make the reader expect one.

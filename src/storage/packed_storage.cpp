@@ -210,7 +210,7 @@ void PackedStorage::update_regrets(int group, int row, const float* node_value, 
         kernels.update_u16(values, action_values ? action_values[a] : nullptr, node_value, hands, frozen,
                            factors.gain, factors.threshold);
         // Tied hands share one regret while the tree is young.
-        if (!tie_groups.empty()) pool_tied_hands(values, hands, tie_groups);
+        if (!tie_groups.empty()) pool_tied_hands(values, hands, tie_groups, frozen);
     }
 }
 

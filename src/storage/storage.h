@@ -42,6 +42,13 @@ struct LockRecord {
 // of whoever set it, and ends the process.
 const uint8_t* frozen_hands(const LockRecord& record, int hand_count);
 
+// Locks the whole row, or unlocks it. A row is locked as a whole or hand by
+// hand, never both: either way its mask goes.
+void lock_whole_row(LockRecord& record, bool locked);
+// Freezes exactly the hands whose value is not 0, one value per hand of the
+// row, and lifts a whole-row lock.
+void lock_hands(LockRecord& record, const float* values, int hand_count);
+
 // The record's section of the tree file: flags, then the mask as run lengths
 // of alternating zeros and ones, zeros first.
 void save_lock_record(ByteChannel& channel, const LockRecord& record);

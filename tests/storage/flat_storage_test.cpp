@@ -295,11 +295,16 @@ TEST(WordArenaStorage, RegretUpdateAgainstModelWithMaskAndTiePooling) {
                 if (d >= threshold) model[a][h] = (model[a][h] + units) & 0xffff;
                 else if (d <= -threshold) model[a][h] = std::max(model[a][h] - units, 0);
             }
-            // Pooling takes in every hand of a run, frozen or not.
+            // Pooling leaves frozen hands as they are, and out of the mean.
             for (int position = 0, run = 0; pooled && run < int(ties.size()); position += ties[run++]) {
-                int32_t sum = 0;
-                for (int h = position; h < position + ties[run]; ++h) sum += model[a][h];
-                for (int h = position; h < position + ties[run]; ++h) model[a][h] = sum / ties[run];
+                int32_t sum = 0, count = 0;
+                for (int h = position; h < position + ties[run]; ++h) {
+                    if (mask[h]) continue;
+                    sum += model[a][h];
+                    ++count;
+                }
+                for (int h = position; h < position + ties[run]; ++h)
+                    if (!mask[h]) model[a][h] = sum / count;
             }
         }
     }

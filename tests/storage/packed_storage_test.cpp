@@ -47,13 +47,19 @@ uint32_t regret_rule(uint32_t old, float d, float gain, float threshold) {
     return old;
 }
 
-void pool_rule(Row& row, const std::vector<int16_t>& runs) {
+// Frozen hands stay as they are and out of the mean.
+void pool_rule(Row& row, const std::vector<int16_t>& runs, const uint8_t* frozen) {
     int at = 0;
     for (const int run : runs) {
         if (run >= 1) {
-            uint64_t total = 0;
-            for (int h = at; h < at + run; ++h) total += row[h];
-            for (int h = at; h < at + run; ++h) row[h] = uint32_t(total / run);
+            uint64_t total = 0, count = 0;
+            for (int h = at; h < at + run; ++h) {
+                if (frozen && frozen[h]) continue;
+                total += row[h];
+                ++count;
+            }
+            for (int h = at; h < at + run; ++h)
+                if (count > 0 && !(frozen && frozen[h])) row[h] = uint32_t(total / count);
         }
         at += run;
     }
@@ -212,7 +218,7 @@ protected:
                     const float d = (pointers[a] ? pointers[a][h] : 0.0f) - node_value[h];
                     row[h] = regret_rule(row[h], d, 64.0f, 1.0f / scale);
                 }
-                if (pooled) pool_rule(row, ties);
+                if (pooled) pool_rule(row, ties, frozen);
             }
             return;
         }

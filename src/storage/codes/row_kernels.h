@@ -60,7 +60,20 @@ U16UpdateFactors u16_update_factors(double scale);
 // Replaces each run of tied hands in a 16-bit row by the run's truncated
 // integer mean. A run length below 1 pools nothing and moves the position by
 // that length (never before the row's start); runs past the row's end are cut.
-void pool_tied_hands(uint16_t* row, int hands, std::span<const int16_t> runs);
+// Hands whose `frozen` byte is not 0 keep their value and stay out of the mean.
+void pool_tied_hands(uint16_t* row, int hands, std::span<const int16_t> runs, const uint8_t* frozen);
+
+// Runs `rule(h)` for every hand whose `frozen` byte is 0, all hands without a
+// mask. The mask is looked at once per row: without one the loop has no test.
+template <class Rule>
+inline void each_unfrozen_hand(int first, int hands, const uint8_t* frozen, Rule rule) {
+    if (!frozen) {
+        for (int h = first; h < hands; ++h) rule(h);
+        return;
+    }
+    for (int h = first; h < hands; ++h)
+        if (!frozen[h]) rule(h);
+}
 
 // Float to int32 the way the vector conversion does it: toward zero, and
 // 0x80000000 for NaN and anything outside the int32 range. The scalar paths

@@ -164,8 +164,11 @@ __attribute__((target("avx2"))) void strategy_u16_avx2(const uint16_t* values, i
     }
 }
 
-__attribute__((target("avx2"))) void update_f32_avx2(float* row, const float* action, const float* node, int hands,
-                                 const uint8_t* frozen) {
+// The update loops come in two forms, chosen once per row: without a mask
+// they have no blend and no test per hand.
+template <bool masked>
+__attribute__((target("avx2"))) void update_f32_rows(float* row, const float* action, const float* node, int hands,
+                                                    const uint8_t* frozen) {
     const __m256 smallest = _mm256_set1_ps(smallest_normal_f32);
     const __m256 sign = _mm256_set1_ps(-0.0f);
     int h = 0;
@@ -178,17 +181,24 @@ __attribute__((target("avx2"))) void update_f32_avx2(float* row, const float* ac
         const __m256 old = _mm256_loadu_ps(row + h);
         __m256 next = _mm256_add_ps(old, step);
         next = _mm256_andnot_ps(_mm256_cmp_ps(next, smallest, _CMP_LT_OQ), next);
-        if (frozen) next = _mm256_blendv_ps(old, next, _mm256_castsi256_ps(free_lanes(frozen + h)));
+        if constexpr (masked) next = _mm256_blendv_ps(old, next, _mm256_castsi256_ps(free_lanes(frozen + h)));
         _mm256_storeu_ps(row + h, next);
     }
-    for (; h < hands; ++h) {
-        if (frozen && frozen[h]) continue;
-        row_rules::update_f32(row, action, node, h);
+    each_unfrozen_hand(h, hands, masked ? frozen : nullptr, [&](int x) { row_rules::update_f32(row, action, node, x); });
+}
+
+__attribute__((target("avx2"))) void update_f32_avx2(float* row, const float* action, const float* node, int hands,
+                                                    const uint8_t* frozen) {
+    if (frozen) {
+        update_f32_rows<true>(row, action, node, hands, frozen);
+    } else {
+        update_f32_rows<false>(row, action, node, hands, nullptr);
     }
 }
 
-__attribute__((target("avx2"))) void update_u16_avx2(uint16_t* row, const float* action, const float* node, int hands,
-                                 const uint8_t* frozen, float gain, float threshold) {
+template <bool masked>
+__attribute__((target("avx2"))) void update_u16_rows(uint16_t* row, const float* action, const float* node, int hands,
+                                                    const uint8_t* frozen, float gain, float threshold) {
     const __m256 gains = _mm256_set1_ps(gain);
     const __m256 upper = _mm256_set1_ps(threshold);
     const __m256 lower = _mm256_set1_ps(-threshold);
@@ -207,29 +217,44 @@ __attribute__((target("avx2"))) void update_u16_avx2(uint16_t* row, const float*
         const __m256i down = _mm256_castps_si256(_mm256_cmp_ps(d, lower, _CMP_LE_OQ));
         __m256i next = _mm256_blendv_epi8(old, raised, up);
         next = _mm256_blendv_epi8(next, lowered, down);
-        if (frozen) next = _mm256_blendv_epi8(old, next, free_lanes(frozen + h));
+        if constexpr (masked) next = _mm256_blendv_epi8(old, next, free_lanes(frozen + h));
         store_i32_as_u16(row + h, next);
     }
-    for (; h < hands; ++h) {
-        if (frozen && frozen[h]) continue;
-        row_rules::update_u16(row, action, node, h, gain, threshold);
+    each_unfrozen_hand(h, hands, masked ? frozen : nullptr,
+                       [&](int x) { row_rules::update_u16(row, action, node, x, gain, threshold); });
+}
+
+__attribute__((target("avx2"))) void update_u16_avx2(uint16_t* row, const float* action, const float* node, int hands,
+                                                    const uint8_t* frozen, float gain, float threshold) {
+    if (frozen) {
+        update_u16_rows<true>(row, action, node, hands, frozen, gain, threshold);
+    } else {
+        update_u16_rows<false>(row, action, node, hands, nullptr, gain, threshold);
     }
 }
 
-__attribute__((target("avx2"))) void add_strategy_f32_avx2(float* sums, const float* strategy, const float* reach, float weight,
-                                       int hands, const uint8_t* frozen) {
+template <bool masked>
+__attribute__((target("avx2"))) void add_strategy_f32_rows(float* sums, const float* strategy, const float* reach,
+                                                          float weight, int hands, const uint8_t* frozen) {
     const __m256 weights = _mm256_set1_ps(weight);
     int h = 0;
     for (; h + 8 <= hands; h += 8) {
         const __m256 scaled = _mm256_mul_ps(weights, _mm256_loadu_ps(reach + h));
         const __m256 old = _mm256_loadu_ps(sums + h);
         __m256 next = _mm256_add_ps(old, _mm256_mul_ps(_mm256_loadu_ps(strategy + h), scaled));
-        if (frozen) next = _mm256_blendv_ps(old, next, _mm256_castsi256_ps(free_lanes(frozen + h)));
+        if constexpr (masked) next = _mm256_blendv_ps(old, next, _mm256_castsi256_ps(free_lanes(frozen + h)));
         _mm256_storeu_ps(sums + h, next);
     }
-    for (; h < hands; ++h) {
-        if (frozen && frozen[h]) continue;
-        row_rules::add_strategy(sums, strategy, reach, weight, h);
+    each_unfrozen_hand(h, hands, masked ? frozen : nullptr,
+                       [&](int x) { row_rules::add_strategy(sums, strategy, reach, weight, x); });
+}
+
+__attribute__((target("avx2"))) void add_strategy_f32_avx2(float* sums, const float* strategy, const float* reach,
+                                                          float weight, int hands, const uint8_t* frozen) {
+    if (frozen) {
+        add_strategy_f32_rows<true>(sums, strategy, reach, weight, hands, frozen);
+    } else {
+        add_strategy_f32_rows<false>(sums, strategy, reach, weight, hands, nullptr);
     }
 }
 

@@ -25,26 +25,17 @@ void strategy_u16_scalar(const uint16_t* values, int stride, int actions, int ha
 
 void update_f32_scalar(float* row, const float* action, const float* node, int hands,
                        const uint8_t* frozen) {
-    for (int h = 0; h < hands; ++h) {
-        if (frozen && frozen[h]) continue;
-        row_rules::update_f32(row, action, node, h);
-    }
+    each_unfrozen_hand(0, hands, frozen, [&](int h) { row_rules::update_f32(row, action, node, h); });
 }
 
 void update_u16_scalar(uint16_t* row, const float* action, const float* node, int hands,
                        const uint8_t* frozen, float gain, float threshold) {
-    for (int h = 0; h < hands; ++h) {
-        if (frozen && frozen[h]) continue;
-        row_rules::update_u16(row, action, node, h, gain, threshold);
-    }
+    each_unfrozen_hand(0, hands, frozen, [&](int h) { row_rules::update_u16(row, action, node, h, gain, threshold); });
 }
 
 void add_strategy_f32_scalar(float* sums, const float* strategy, const float* reach, float weight,
                              int hands, const uint8_t* frozen) {
-    for (int h = 0; h < hands; ++h) {
-        if (frozen && frozen[h]) continue;
-        row_rules::add_strategy(sums, strategy, reach, weight, h);
-    }
+    each_unfrozen_hand(0, hands, frozen, [&](int h) { row_rules::add_strategy(sums, strategy, reach, weight, h); });
 }
 
 }  // namespace
@@ -63,7 +54,11 @@ U16UpdateFactors u16_update_factors(double scale) {
     return {static_cast<float>(root * std::sqrt(root)), static_cast<float>(1.0 / scale)};
 }
 
-void pool_tied_hands(uint16_t* row, int hands, std::span<const int16_t> runs) {
+namespace {
+
+// The runs of a row, each as [first, end) within the row.
+template <class Pool>
+void for_each_run(int hands, std::span<const int16_t> runs, Pool pool) {
     int position = 0;
     for (const int16_t run : runs) {
         if (run < 1) {
@@ -71,12 +66,33 @@ void pool_tied_hands(uint16_t* row, int hands, std::span<const int16_t> runs) {
             continue;
         }
         const int end = std::min(position + run, hands);
-        if (position < end) {
-            uint32_t sum = 0;
-            for (int h = position; h < end; ++h) sum += row[h];
-            const auto mean = static_cast<uint16_t>(sum / uint32_t(end - position));
-            std::fill(row + position, row + end, mean);
-        }
+        if (position < end) pool(position, end);
         position += run;
     }
+}
+
+}  // namespace
+
+void pool_tied_hands(uint16_t* row, int hands, std::span<const int16_t> runs, const uint8_t* frozen) {
+    if (!frozen) {
+        for_each_run(hands, runs, [&](int first, int end) {
+            uint32_t sum = 0;
+            for (int h = first; h < end; ++h) sum += row[h];
+            std::fill(row + first, row + end, static_cast<uint16_t>(sum / uint32_t(end - first)));
+        });
+        return;
+    }
+    // Frozen hands neither give to the mean nor take it.
+    for_each_run(hands, runs, [&](int first, int end) {
+        uint32_t sum = 0, count = 0;
+        for (int h = first; h < end; ++h) {
+            if (frozen[h]) continue;
+            sum += row[h];
+            ++count;
+        }
+        if (count == 0) return;
+        const auto mean = static_cast<uint16_t>(sum / count);
+        for (int h = first; h < end; ++h)
+            if (!frozen[h]) row[h] = mean;
+    });
 }

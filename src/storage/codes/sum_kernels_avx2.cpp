@@ -96,8 +96,11 @@ __attribute__((target("avx2"))) void strategy_u32_avx2(const uint32_t* values, i
         sum_rules::strategy_u32(values, stride, actions, h, out, fallback);
 }
 
-__attribute__((target("avx2"))) void add_u16_avx2(uint16_t* sums, const float* strategy, const float* scaled,
-                                                  int hands, const uint8_t* frozen) {
+// Two forms of each update, chosen once per row: without a mask there is no
+// blend and no test per hand.
+template <bool masked>
+__attribute__((target("avx2"))) void add_u16_rows(uint16_t* sums, const float* strategy, const float* scaled,
+                                                 int hands, const uint8_t* frozen) {
     const __m256 half = _mm256_set1_ps(0.5f);
     const __m256 largest_gain = _mm256_set1_ps(65536.0f);
     int h = 0;
@@ -106,17 +109,24 @@ __attribute__((target("avx2"))) void add_u16_avx2(uint16_t* sums, const float* s
         const __m256i old = load_u16_as_i32(sums + h);
         // min_ps gives its second operand for a NaN, as the scalar rule does.
         __m256i next = _mm256_add_epi32(old, _mm256_cvttps_epi32(_mm256_min_ps(gain, largest_gain)));
-        if (frozen) next = _mm256_blendv_epi8(old, next, free_lanes(frozen + h));
+        if constexpr (masked) next = _mm256_blendv_epi8(old, next, free_lanes(frozen + h));
         store_i32_as_u16(sums + h, next);
     }
-    for (; h < hands; ++h) {
-        if (frozen && frozen[h]) continue;
-        sum_rules::add_u16(sums, strategy, scaled, h);
+    each_unfrozen_hand(h, hands, masked ? frozen : nullptr, [&](int x) { sum_rules::add_u16(sums, strategy, scaled, x); });
+}
+
+__attribute__((target("avx2"))) void add_u16_avx2(uint16_t* sums, const float* strategy, const float* scaled,
+                                                 int hands, const uint8_t* frozen) {
+    if (frozen) {
+        add_u16_rows<true>(sums, strategy, scaled, hands, frozen);
+    } else {
+        add_u16_rows<false>(sums, strategy, scaled, hands, nullptr);
     }
 }
 
-__attribute__((target("avx2"))) void add_u32_avx2(uint32_t* sums, const float* strategy, const float* scaled,
-                                                  int hands, const uint8_t* frozen, uint32_t ceiling) {
+template <bool masked>
+__attribute__((target("avx2"))) void add_u32_rows(uint32_t* sums, const float* strategy, const float* scaled,
+                                                 int hands, const uint8_t* frozen, uint32_t ceiling) {
     const __m256 half = _mm256_set1_ps(0.5f);
     const __m256i top = _mm256_set1_epi32(static_cast<int32_t>(ceiling));
     int h = 0;
@@ -125,12 +135,19 @@ __attribute__((target("avx2"))) void add_u32_avx2(uint32_t* sums, const float* s
         const __m256 gain = _mm256_add_ps(half, _mm256_mul_ps(_mm256_loadu_ps(strategy + h), _mm256_loadu_ps(scaled + h)));
         const __m256 next_value = _mm256_add_ps(gain, u32_to_f32(old));
         __m256i next = _mm256_min_epu32(_mm256_cvttps_epi32(next_value), top);
-        if (frozen) next = _mm256_blendv_epi8(old, next, free_lanes(frozen + h));
+        if constexpr (masked) next = _mm256_blendv_epi8(old, next, free_lanes(frozen + h));
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(sums + h), next);
     }
-    for (; h < hands; ++h) {
-        if (frozen && frozen[h]) continue;
-        sum_rules::add_u32(sums, strategy, scaled, h, ceiling);
+    each_unfrozen_hand(h, hands, masked ? frozen : nullptr,
+                       [&](int x) { sum_rules::add_u32(sums, strategy, scaled, x, ceiling); });
+}
+
+__attribute__((target("avx2"))) void add_u32_avx2(uint32_t* sums, const float* strategy, const float* scaled,
+                                                 int hands, const uint8_t* frozen, uint32_t ceiling) {
+    if (frozen) {
+        add_u32_rows<true>(sums, strategy, scaled, hands, frozen, ceiling);
+    } else {
+        add_u32_rows<false>(sums, strategy, scaled, hands, nullptr, ceiling);
     }
 }
 

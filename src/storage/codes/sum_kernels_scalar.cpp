@@ -21,18 +21,12 @@ void strategy_u32_scalar(const uint32_t* values, int stride, int actions, int ha
 }
 
 void add_u16_scalar(uint16_t* sums, const float* strategy, const float* scaled, int hands, const uint8_t* frozen) {
-    for (int h = 0; h < hands; ++h) {
-        if (frozen && frozen[h]) continue;
-        sum_rules::add_u16(sums, strategy, scaled, h);
-    }
+    each_unfrozen_hand(0, hands, frozen, [&](int h) { sum_rules::add_u16(sums, strategy, scaled, h); });
 }
 
 void add_u32_scalar(uint32_t* sums, const float* strategy, const float* scaled, int hands, const uint8_t* frozen,
                     uint32_t ceiling) {
-    for (int h = 0; h < hands; ++h) {
-        if (frozen && frozen[h]) continue;
-        sum_rules::add_u32(sums, strategy, scaled, h, ceiling);
-    }
+    each_unfrozen_hand(0, hands, frozen, [&](int h) { sum_rules::add_u32(sums, strategy, scaled, h, ceiling); });
 }
 
 }  // namespace

@@ -1,0 +1,81 @@
+#include "tree/board_rows.h"
+
+#include <array>
+#include <limits>
+
+#include "shell/protocol/reply.h"
+#include "tree/boards.h"
+#include "tree/isomorphism.h"
+
+namespace {
+
+bool isomorphic(const SubgameEngine& e) { return (e.flags & isomorphism_on_flag) != 0; }
+
+CardMask mask_of(Card card) { return card >= 0 ? card_bit(card) : 0; }
+
+}  // namespace
+
+bool find_query_board(const SubgameEngine& e, Card turn, Card river, QueryBoard& board) {
+    const RootBoard& root = *e.root_board;
+    board = QueryBoard{};
+    if (turn < 0) {
+        board.hand_of_slot = &root.hand_of_slot;
+        board.hand_cards = &root.hand_cards;
+        board.hand_count = static_cast<int32_t>(root.hands.size());
+        return true;
+    }
+    const BoardLocation location = board_lookup(root, e.flop, turn, river, isomorphic(e));
+    if (location.turn_index < 0 || (river >= 0 && location.river_index < 0)) return false;
+    board.turn_index = location.turn_index;
+    board.river_index = location.river_index;
+    board.turn = turn;
+    board.river = river;
+    board.hand_of_slot = &location.board->hand_of_slot;
+    board.hand_cards = &location.board->hand_cards;
+    board.hand_count = static_cast<int32_t>(location.board->hands.size());
+    return true;
+}
+
+QueryBoard node_query_board(const SubgameEngine& e, const TreeNode& node, Card turn, Card river) {
+    if (node.street == flop_street) {
+        turn = -1;
+        river = -1;
+    } else if (turn < 0 || (node.street == river_street && river < 0)) {
+        // The rows of a later street belong to its cards: without them there
+        // is no row.
+        throw_command_error("incorrect path");
+    } else if (node.street == turn_street) {
+        river = -1;
+    }
+    QueryBoard board;
+    if (!find_query_board(e, turn, river, board)) throw_command_error("incorrect path");
+    return board;
+}
+
+RangeVector expand_row(const SubgameEngine& e, const QueryBoard& board, const float* row) {
+    // The list is in canonical suits; first spread it over canonical slots.
+    std::array<float, combo_count> canonical;
+    const std::vector<int16_t>& hand_of_slot = *board.hand_of_slot;
+    for (int slot = 0; slot < combo_count; ++slot) {
+        const int hand = hand_of_slot[slot];
+        canonical[slot] = hand < 0 ? std::numeric_limits<float>::quiet_NaN() : row[hand];
+    }
+    RangeVector out;
+    if (isomorphic(e)) {
+        unpermute_row(e.flop, mask_of(board.turn), mask_of(board.river), out.data(), canonical.data());
+    } else {
+        for (int slot = 0; slot < combo_count; ++slot) out[slot] = canonical[slot];
+    }
+    return out;
+}
+
+void gather_row(const SubgameEngine& e, const QueryBoard& board, const RangeVector& values, float* row) {
+    // Into canonical suits by the order the real cards make, then onto the list.
+    RangeVector canonical = values;
+    if (isomorphic(e)) permute_range(e.flop, mask_of(board.turn), mask_of(board.river), canonical.data(), values.data());
+    const std::vector<int16_t>& hand_of_slot = *board.hand_of_slot;
+    for (int slot = 0; slot < combo_count; ++slot) {
+        const int hand = hand_of_slot[slot];
+        if (hand >= 0) row[hand] = static_cast<float>(canonical[slot]);
+    }
+}

@@ -1,0 +1,42 @@
+// From a client's cards and values to a board's list, and back. Inside,
+// numbers are kept per hand of a board's list, in canonical suits when
+// isomorphism is on; on the wire every list has 1326 values and the client's
+// suits. Reports and the commands that write rows convert here.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "model/cards.h"
+#include "shell/protocol/game_setup.h"
+#include "tree/engine.h"
+
+// The board that a pair of real cards names, with the list its rows follow.
+struct QueryBoard {
+    int32_t turn_index = -1;   // index in the tree of boards, -1 when no turn is named
+    int32_t river_index = -1;  // index under that turn, -1 when no river is named
+    Card turn = -1;            // the real cards, which turn rows back into the client's suits
+    Card river = -1;
+    const std::vector<int16_t>* hand_of_slot = nullptr;  // canonical ComboSlot -> list index
+    const std::vector<uint16_t>* hand_cards = nullptr;
+    int32_t hand_count = 0;
+};
+
+// The flop's board with no turn, the turn card's with a turn alone, the river
+// card's under it with both. False when a named card leads to no stored board
+// (a river equal to the turn, say).
+bool find_query_board(const SubgameEngine& engine, Card turn, Card river, QueryBoard& board);
+
+// The board of a decision node's rows for the real cards of a path: the
+// flop's for a flop node whatever the cards, the turn card's for a turn node,
+// the river card's under it for a river node. Cards that are missing or lead
+// to no board are the command error "incorrect path".
+QueryBoard node_query_board(const SubgameEngine& engine, const TreeNode& node, Card turn, Card river);
+
+// A row in the board's list as 1326 values in memory order and the client's
+// suits; hands not on the list are NaN.
+RangeVector expand_row(const SubgameEngine& engine, const QueryBoard& board, const float* row);
+
+// The way in: 1326 values in memory order and the client's suits, taken onto
+// the board's list (board.hand_count values in `row`).
+void gather_row(const SubgameEngine& engine, const QueryBoard& board, const RangeVector& values, float* row);
