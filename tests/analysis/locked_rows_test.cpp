@@ -68,22 +68,25 @@ TEST_P(LockedRows, KeepTheirStrategyThroughASolve) {
 
     // A flop row, a turn in a suit the flop lacks (stored as its sibling under
     // isomorphism), a river row in the streams; all locked as a whole. And a
-    // flop row with every other hand locked.
+    // flop row and a river row with every other hand locked (the river's
+    // tied hands are pooled in the first iterations at some levels).
     const std::vector<std::string> whole = {"r:0:b50", "r:0:c:c:7d", "r:0:c:c:7c:b50:c:8d"};
-    const std::string half = "r:0:c";
+    const std::vector<std::string> halves = {"r:0:c", "r:0:c:c:7c:c:c:8d:c"};
     std::vector<Weights> forced;
     for (size_t i = 0; i < whole.size(); ++i) {
         forced.push_back(force(whole[i], 50 + static_cast<unsigned>(i)));
         EXPECT_EQ(replies_of([&] { cmd_lock_node({"lock_node", whole[i]}); }), "lock_node ok!\n");
     }
-    force(half, 60);
-    Tokens flags = {"combo_lock_node", half};
-    for (int i = 0; i < combo_count; ++i) flags.push_back(i % 2 ? "1" : "0");
-    EXPECT_EQ(replies_of([&] { cmd_combo_lock_node(flags); }), "combo_lock_node ok!\n");
+    for (const std::string& half : halves) {
+        force(half, 60);
+        Tokens flags = {"combo_lock_node", half};
+        for (int i = 0; i < combo_count; ++i) flags.push_back(i % 2 ? "1" : "0");
+        EXPECT_EQ(replies_of([&] { cmd_combo_lock_node(flags); }), "combo_lock_node ok!\n");
+    }
 
-    std::vector<std::vector<RangeVector>> before;
+    std::vector<std::vector<RangeVector>> before, halves_before;
     for (const std::string& path : whole) before.push_back(shown(path));
-    const std::vector<RangeVector> half_before = shown(half);
+    for (const std::string& path : halves) halves_before.push_back(shown(path));
 
     open_all_storage(*engine);
     for (int i = 0; i < 3; ++i) run_iteration(*engine);
@@ -107,20 +110,23 @@ TEST_P(LockedRows, KeepTheirStrategyThroughASolve) {
         EXPECT_GT(compared, 50);
     }
 
-    const std::vector<RangeVector> half_after = shown(half);
-    int kept = 0, learnt = 0;
-    for (int slot = 0; slot < combo_count; ++slot) {
-        if (std::isnan(half_before[0][slot])) continue;
-        const bool locked = combo_index[slot] % 2 == 1;
-        const bool same = same_bits(half_after[0][slot], half_before[0][slot]);
-        if (locked) {
-            ASSERT_TRUE(same) << slot;
+    for (size_t i = 0; i < halves.size(); ++i) {
+        SCOPED_TRACE(halves[i]);
+        const std::vector<RangeVector> after = shown(halves[i]);
+        int kept = 0, learnt = 0;
+        for (int slot = 0; slot < combo_count; ++slot) {
+            if (std::isnan(after[0][slot]) || after[0][slot] + after[1][slot] == 0) continue;
+            const bool locked = combo_index[slot] % 2 == 1;
+            const bool same = same_bits(after[0][slot], halves_before[i][0][slot]);
+            if (locked) {
+                ASSERT_TRUE(same) << slot;
+            }
+            kept += locked;
+            learnt += !locked && !same;
         }
-        kept += locked;
-        learnt += !locked && !same;
+        EXPECT_GT(kept, 20);
+        EXPECT_GT(learnt, 0);  // the other hands went on learning
     }
-    EXPECT_GT(kept, 50);
-    EXPECT_GT(learnt, 50);  // the other hands went on learning
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryLevel, LockedRows,
