@@ -39,7 +39,10 @@ bool set_strategy_row(SubgameEngine& e, const NodeRow& row, int child, const flo
     std::lock_guard lock(engine_lock);
     TreeNode& node = *row.node;
     if (!open_all_storage(e) && !node.opened) return false;
-    const bool zero_sums = sums_active(e) && node.strategy_sums;
+    // Sums that have begun and are played: zeroed, so that the average falls
+    // back on the forced rows. River sums kept while river strategies are off
+    // are neither played nor open.
+    const bool zero_sums = walk_plays_average(e, node);
     CommandRiverRows open(e, node, row.turn, zero_sums);
     if (node.regrets) {
         node.regrets->write_row(row.turn, row.river, child, values);
