@@ -3,7 +3,9 @@
 // solving seconds, time per iteration, the exploitability reached, the check
 // that both players' values add up to the pot, the smaller of the two players'
 // gains from a best response (MES - EV, never below 0 but for rounding), and
-// the peak resident memory.
+// the peak resident memory. Lines of the spot after build_tree run after the
+// build, outside the timing: a spot with "lock_node r:0" there times a locked
+// flop root.
 //
 //   solve_bench <spot> [--threads N[,N...]] [--target CHIPS] [--max-iterations N] [--repeat K]
 //               [--compression LEVEL] [--signature N]
@@ -175,9 +177,14 @@ double seconds_since(uint64_t start_ns) { return static_cast<double>(clock_ns() 
 
 Run solve_once(const Options& options, const std::vector<std::string>& lines, int thread_count) {
     Run run;
-    std::vector<std::string> setup = lines;
+    // Lines after build_tree (a node lock, say) need the tree: they run after
+    // the timed build.
+    std::vector<std::string> setup = lines, after_build;
     const auto build = std::find(setup.begin(), setup.end(), "build_tree");
-    if (build != setup.end()) setup.erase(build);
+    if (build != setup.end()) {
+        after_build.assign(build + 1, setup.end());
+        setup.erase(build, setup.end());
+    }
     run_quietly({"free_tree"});
     if (!options.compression.empty()) setup.insert(setup.begin(), "set_compression " + options.compression);
     run_quietly(setup);
@@ -188,6 +195,7 @@ Run solve_once(const Options& options, const std::vector<std::string>& lines, in
         std::fprintf(stderr, "the spot built no tree\n");
         std::exit(1);
     }
+    run_quietly(after_build);
     SubgameEngine& e = *engine;
     threads = thread_count;
     omp_set_num_threads(threads);
