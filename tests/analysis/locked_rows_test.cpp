@@ -71,7 +71,7 @@ TEST_P(LockedRows, KeepTheirStrategyThroughASolve) {
     // flop row and a river row with every other hand locked (the river's
     // tied hands are pooled in the first iterations at some levels).
     const std::vector<std::string> whole = {"r:0:b50", "r:0:c:c:7d", "r:0:c:c:7c:b50:c:8d"};
-    const std::vector<std::string> halves = {"r:0:c", "r:0:c:c:7c:c:c:8d:c"};
+    const std::vector<std::string> halves = {"r:0", "r:0:c:c:7c:c:c:8d:c"};
     std::vector<Weights> forced;
     for (size_t i = 0; i < whole.size(); ++i) {
         forced.push_back(force(whole[i], 50 + static_cast<unsigned>(i)));
@@ -113,9 +113,12 @@ TEST_P(LockedRows, KeepTheirStrategyThroughASolve) {
     for (size_t i = 0; i < halves.size(); ++i) {
         SCOPED_TRACE(halves[i]);
         const std::vector<RangeVector> after = shown(halves[i]);
+        ASSERT_GE(after.size(), 2u);
         int kept = 0, learnt = 0;
         for (int slot = 0; slot < combo_count; ++slot) {
-            if (std::isnan(after[0][slot]) || after[0][slot] + after[1][slot] == 0) continue;
+            double held = 0;
+            for (const RangeVector& action : after) held += action[slot];
+            if (std::isnan(held) || held == 0) continue;
             const bool locked = combo_index[slot] % 2 == 1;
             const bool same = same_bits(after[0][slot], halves_before[i][0][slot]);
             if (locked) {
