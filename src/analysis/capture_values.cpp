@@ -7,6 +7,7 @@
 #include "analysis/hand_rows.h"
 #include "shell/protocol/reply.h"
 #include "solver/results.h"
+#include "solver/subgame_solve.h"
 #include "tree/boards.h"
 
 namespace {
@@ -88,6 +89,8 @@ void capture_values(int player, int node_index, Card turn, Card river, RangeVect
     QueryBoard board;
     if (!find_query_board(e, turn, river, board)) throw_command_error("incorrect path");
     const CaptureKey key{&node, board.turn_index, board.river_index, player};
+    // A node of a forgotten street is valued under its subgame's new strategy.
+    solve_on_demand(e, node_index, board.turn_index, board.river_index);
 
     std::vector<float> value_row, weight_row;
     {

@@ -5,6 +5,7 @@
 
 #include "shell/protocol/reply.h"
 #include "solver/node_strategy.h"
+#include "solver/subgame_solve.h"
 #include "solver/walk.h"
 
 namespace {
@@ -26,6 +27,8 @@ StrategyRows read_strategy_rows(int node_index, Card turn, Card river) {
     rows.board = node_query_board(e, node, turn, river);
     rows.actions = static_cast<int32_t>(node.children.size());
     rows.values.resize(size_t(rows.actions) * rows.board.hand_count);
+    // A node of a forgotten street has rows only once its subgame is solved.
+    solve_on_demand(e, node_index, rows.board.turn_index, rows.board.river_index);
 
     read_reported_strategy(e, node, rows.board.turn_index, rows.board.river_index, rows.board.hand_count,
                            rows.values.data());

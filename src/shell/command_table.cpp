@@ -14,6 +14,7 @@
 #include "shell/settings_commands.h"
 #include "shell/shell_commands.h"
 #include "solver/lock_commands.h"
+#include "solver/forget_commands.h"
 #include "solver/solver_commands.h"
 #include "solver/tree_file_commands.h"
 #include "tree/build.h"
@@ -77,6 +78,17 @@ constexpr CommandEntry table[] = {
      "a player's range at a node, or at the root"},
     {"show_probs", cmd_show_probs, 2, tree, "<path>",
      "how much of each range reaches a node, and the acting player's action shares"},
+    {"forget", cmd_forget, 2, tree | solving, "rivers|turns",
+     "drop the rows of a solved street, keeping the reach to solve its subgames on demand"},
+    {"rebuild_forgotten_streets", cmd_rebuild_forgotten_streets, 1, tree | solving, "",
+     "make empty rows for the forgotten streets again"},
+    alias("rebuild_all", "rebuild_forgotten_streets"),
+    {"solve_all_splits", cmd_solve_all_splits, 2, tree | solving, "rivers|turns",
+     "solve every subgame of a street again from the reach that arrives there"},
+    {"solve_partial", cmd_solve_partial, 2, tree | solving, "<path>",
+     "solve the forgotten subgame that holds a node"},
+    {"explo_partial", cmd_explo_partial, 2, tree | solving, "<path>",
+     "solve the forgotten subgame that holds a node and print its exploitability in chips"},
     {"calc_results", cmd_calc_results, 1, tree, "", "EVs, best responses and exploitability of the present strategy"},
     {"calc_ev", cmd_calc_ev, 3, player | tree, "<player> <path>", "each hand's expected value and weight at a node"},
     {"calc_ev_pp", cmd_calc_ev_pp, 3, player | tree, "<player> <path>", "calc_ev hand by hand"},

@@ -300,17 +300,21 @@ void clear_solver_history() {
 
 void reset_progress_reports() { reported_count = 0; }
 
+void choose_river_average(SubgameEngine& e) {
+    if (e.strategy_compression < 2) {
+        e.update_river_average = 1;
+    } else {
+        // From the first iteration that adds to the sums.
+        const int d = e.iterations - (averaging_delay + 1);
+        e.update_river_average = d >= 0 && (d <= 6 || d % 7 == 0);
+    }
+}
+
 double run_iteration(SubgameEngine& e) {
     {
         // The compression and the count may be replaced by set_compression.
         std::lock_guard lock(engine_lock);
-        if (e.strategy_compression < 2) {
-            e.update_river_average = 1;
-        } else {
-            // From the first iteration that adds to the sums.
-            const int d = e.iterations - (averaging_delay + 1);
-            e.update_river_average = d >= 0 && (d <= 6 || d % 7 == 0);
-        }
+        choose_river_average(e);
     }
     const WalkResult ip = walk_player(e, 1, mode_train);
     const WalkResult oop = walk_player(e, 0, mode_train);

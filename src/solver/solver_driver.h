@@ -70,6 +70,9 @@ void wait_for_solver_end();
 // solver, by which commands that change the tree refuse.
 bool solver_running();
 bool tree_complete();
+// Whether this iteration adds to the river strategy sums (every iteration
+// unless the sums are compressed); under engine_lock.
+void choose_river_average(SubgameEngine& engine);
 
 // A copy of the run's history, taken under history_lock; null when empty.
 std::unique_ptr<SolverProgressRecord[]> copy_history(int& count);

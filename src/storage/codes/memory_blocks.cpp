@@ -1,5 +1,6 @@
 #include "storage/codes/memory_blocks.h"
 
+#include <malloc.h>
 #include <sys/mman.h>
 #include <tbb/scalable_allocator.h>
 
@@ -47,4 +48,9 @@ void free_scalable(void* block) {
     if (!block) return;
     count_storage_bytes(-static_cast<int64_t>(scalable_msize(block)));
     scalable_aligned_free(block);
+}
+
+void return_free_memory() {
+    scalable_allocation_command(TBBMALLOC_CLEAN_ALL_BUFFERS, nullptr);
+    malloc_trim(0);
 }

@@ -24,3 +24,7 @@ void count_storage_bytes(int64_t delta);
 // prints "out of memory" and aborts: nothing above can go on without it.
 void* allocate_scalable(size_t bytes, size_t alignment);
 void free_scalable(void* block);
+
+// Gives the memory that both allocators keep for reuse back to the system,
+// after a large release (a forgotten street) that should shrink the process.
+void return_free_memory();
