@@ -136,7 +136,9 @@ double solve_locked(SubgameEngine& e, const Subgame& s, bool force) {
     const uint64_t bit = uint64_t{1} << card;
     if (!force && (entry.solved_cards & bit)) return 0.0;
     const int32_t saved_iterations = e.iterations;
+    const uint32_t incomplete = e.flags & incomplete_tree_flag;
     e.iterations = 0;
+    // Within the subgame the tree is whole: evaluations walk its rows.
     e.flags &= ~incomplete_tree_flag;
     ensure_vector_pool(root_list_count(e));
     HandVector reach[2] = {subgame_reach(e, s, 0), subgame_reach(e, s, 1)};
@@ -156,7 +158,7 @@ double solve_locked(SubgameEngine& e, const Subgame& s, bool force) {
     entry.solved_cards |= bit;
     e.iterations = saved_iterations;
     e.capture_cache.clear();
-    e.flags |= incomplete_tree_flag;
+    e.flags |= incomplete;
     return exploitability;
 }
 
@@ -221,6 +223,9 @@ double partial_solve_at(SubgameEngine& e, int node_index, int turn, int river) {
 }
 
 double solve_on_demand(SubgameEngine& e, int node_index, int turn, int river) {
+    // Once the rows are made again (rebuild_all) the queries read them as
+    // they stand, also while the solver trains them.
+    if (!(e.flags & incomplete_tree_flag)) return 0.0;
     return solve_found(e, node_index, turn, river, false);
 }
 

@@ -22,6 +22,8 @@ double subgame_exploitability(SubgameEngine& engine, TreeNode& root, int turn, i
 // `turn` and `river`: its rows made and solved, with force or on demand.
 // Returns 0 when nothing is forgotten there or a needed card is missing.
 double partial_solve_at(SubgameEngine& engine, int node_index, int turn, int river);
+// The same without force, and only while the tree is incomplete: what a
+// query calls before it reads a node (strategies, ranges, values, locks).
 double solve_on_demand(SubgameEngine& engine, int node_index, int turn, int river);
 
 // Every subgame of `street` (2 or 3) solved again, in parallel, with as many

@@ -1,0 +1,202 @@
+// What forgetting a street gives back and what it costs afterwards, on a spot
+// solved to a target: the stores' bytes and the resident memory before and
+// after `forget rivers`, whether the reports of the kept streets stay byte
+// for byte the same, and the wall time of the first and the second
+// show_strategy at a river node (the first solves its subgame) and of
+// explo_partial there, at each recalculation accuracy given.
+//
+//   forget_bench <spot file> [--threads N] [--target CHIPS] [--river PATH]
+//                [--accuracy FRACTION]... [--turns]
+//
+// With --turns it goes on: `forget turns`, the first and second query at a
+// turn node, then rebuild_all and solve_all_splits for both streets, and the
+// results of the whole tree beside those from before.
+#include <omp.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "bench_spot.h"
+#include "model/cards.h"
+#include "model/hand_strength.h"
+#include "shell/commands.h"
+#include "shell/protocol/settings.h"
+#include "solver/solver_driver.h"
+#include "solver/walk.h"
+#include "storage/codes/memory_blocks.h"
+#include "tree/engine.h"
+
+namespace {
+
+struct Options {
+    std::string spot;
+    int threads = 2;
+    double target = 1.0;
+    // OOP's first river decision after checks on flop and turn.
+    std::string river_stem = "r:0:c:c:7c:c:c:";
+    std::vector<double> accuracies;
+    bool turns = false;
+};
+
+[[noreturn]] void usage() {
+    std::fprintf(stderr,
+                 "usage: forget_bench <spot file> [--threads N] [--target CHIPS] [--river STEM] "
+                 "[--accuracy FRACTION]... [--turns]\n");
+    std::exit(2);
+}
+
+Options parse(int argc, char** argv) {
+    Options options;
+    for (int i = 1; i < argc; ++i) {
+        const std::string arg = argv[i];
+        const bool has_value = i + 1 < argc;
+        if (arg == "--threads" && has_value) {
+            options.threads = std::max(1, std::atoi(argv[++i]));
+        } else if (arg == "--target" && has_value) {
+            options.target = std::atof(argv[++i]);
+        } else if (arg == "--river" && has_value) {
+            options.river_stem = argv[++i];
+        } else if (arg == "--accuracy" && has_value) {
+            options.accuracies.push_back(std::atof(argv[++i]));
+        } else if (arg == "--turns") {
+            options.turns = true;
+        } else if (!arg.empty() && arg[0] != '-' && options.spot.empty()) {
+            options.spot = arg;
+        } else {
+            usage();
+        }
+    }
+    if (options.spot.empty()) usage();
+    if (options.accuracies.empty()) options.accuracies = {0.003, 0.001};
+    return options;
+}
+
+// The replies of `lines`, as the client would read them.
+std::string replies_of(const std::vector<std::string>& lines) {
+    char path[] = "/tmp/forget_bench_XXXXXX";
+    const int fd = mkstemp(path);
+    if (fd < 0) std::exit(1);
+    close(fd);
+    run_into(path, lines);
+    std::ifstream file(path);
+    std::stringstream text;
+    text << file.rdbuf();
+    std::remove(path);
+    return text.str();
+}
+
+int64_t resident_bytes() {
+    std::ifstream status("/proc/self/status");
+    std::string line;
+    while (std::getline(status, line))
+        if (line.rfind("VmRSS:", 0) == 0) return std::atoll(line.c_str() + 6) * 1024;
+    return 0;
+}
+
+double mb(int64_t bytes) { return static_cast<double>(bytes) / (1 << 20); }
+
+double timed_ms(const std::vector<std::string>& lines, std::string* reply = nullptr) {
+    const uint64_t start = clock_ns();
+    const std::string text = replies_of(lines);
+    const double ms = static_cast<double>(clock_ns() - start) * 1e-6;
+    if (text.rfind("ERROR", 0) == 0) {
+        std::fprintf(stderr, "%s: %s", lines[0].c_str(), text.c_str());
+        std::exit(1);
+    }
+    if (reply) *reply = text;
+    return ms;
+}
+
+void print_memory(const char* when) {
+    std::printf("%-28s stores %10.1f MB   resident %10.1f MB\n", when, mb(storage_bytes_in_use()),
+                mb(resident_bytes()));
+}
+
+// Whether two replies are the same to the byte.
+const char* compare(const std::string& a, const std::string& b) { return a == b ? "same" : "DIFFERENT"; }
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const Options options = parse(argc, argv);
+    init_combo_tables();
+    init_hand_strength_tables();
+    threads = options.threads;
+    omp_set_num_threads(threads);
+    libsubgame_init(0);
+    run_quietly(read_spot_lines(options.spot));
+    if (!engine) {
+        std::fprintf(stderr, "the spot built no tree\n");
+        return 1;
+    }
+    char target[64];
+    std::snprintf(target, sizeof target, "set_accuracy %g", options.target);
+    uint64_t start = clock_ns();
+    run_quietly({target, "go", "wait_for_solver"});
+    std::printf("spot %s, %d threads, solved to %g chips in %d iterations, %.1f s\n", options.spot.c_str(),
+                threads, options.target, engine->iterations, static_cast<double>(clock_ns() - start) * 1e-9);
+
+    const std::vector<std::string> kept_queries = {"show_strategy r:0", "show_strategy r:0:c:c:7c",
+                                                   "show_strategy r:0:c:c:Ks", "show_strategy r:0:b50:c:3d"};
+    const std::string results_before = replies_of({"calc_results"});
+    std::vector<std::string> kept_before;
+    for (const std::string& query : kept_queries) kept_before.push_back(replies_of({query}));
+    print_memory("before forget rivers");
+
+    start = clock_ns();
+    run_quietly({"forget rivers"});
+    const double forget_ms = static_cast<double>(clock_ns() - start) * 1e-6;
+    print_memory("after forget rivers");
+    std::printf("forget rivers took %.0f ms\n", forget_ms);
+    for (size_t q = 0; q < kept_queries.size(); ++q)
+        std::printf("%-34s %s\n", kept_queries[q].c_str(), compare(kept_before[q], replies_of({kept_queries[q]})));
+    std::printf("%-34s %s\n", "calc_results", compare(results_before, replies_of({"calc_results"})));
+
+    // One river card per accuracy, so that each first query really solves.
+    const char* river_cards[] = {"3d", "4s", "5c", "6h", "9d", "Tc"};
+    std::printf("%-10s %-26s %10s %10s %12s %14s\n", "accuracy", "river node", "first ms", "second ms",
+                "explo ms", "explo (chips)");
+    for (size_t i = 0; i < options.accuracies.size() && i < 6; ++i) {
+        const double a = options.accuracies[i];
+        char setting[96];
+        std::snprintf(setting, sizeof setting, "set_recalc_accuracy %g %g %g", a, a, a);
+        run_quietly({setting});
+        const std::string path = options.river_stem + river_cards[i];
+        const double first = timed_ms({"show_strategy " + path});
+        const double second = timed_ms({"show_strategy " + path});
+        std::string explo;
+        const double explo_ms = timed_ms({"explo_partial " + path}, &explo);
+        if (!explo.empty() && explo.back() == '\n') explo.pop_back();
+        std::printf("%-10g %-26s %10.1f %10.1f %12.1f %14s\n", a, path.c_str(), first, second, explo_ms,
+                    explo.c_str());
+    }
+    print_memory("after the river queries");
+
+    if (options.turns) {
+        start = clock_ns();
+        run_quietly({"forget turns"});
+        std::printf("forget turns took %.0f ms\n", static_cast<double>(clock_ns() - start) * 1e-6);
+        print_memory("after forget turns");
+        std::printf("%-34s %s\n", "show_strategy r:0", compare(kept_before[0], replies_of({"show_strategy r:0"})));
+        std::printf("%-34s %s\n", "calc_results", compare(results_before, replies_of({"calc_results"})));
+        const double first = timed_ms({"show_strategy r:0:c:c:Ks"});
+        const double second = timed_ms({"show_strategy r:0:c:c:Ks"});
+        std::string explo;
+        const double explo_ms = timed_ms({"explo_partial r:0:c:c:Ks"}, &explo);
+        std::printf("turn node r:0:c:c:Ks: first %.1f ms, second %.1f ms, explo_partial %.1f ms = %s",
+                    first, second, explo_ms, explo.c_str());
+        start = clock_ns();
+        run_quietly({"rebuild_all", "solve_all_splits turns", "solve_all_splits rivers"});
+        std::printf("rebuild_all and solve_all_splits turns, rivers took %.1f s\n",
+                    static_cast<double>(clock_ns() - start) * 1e-9);
+        print_memory("after solving again");
+        std::printf("calc_results before forgetting:\n%scalc_results now:\n%s", results_before.c_str(),
+                    replies_of({"calc_results"}).c_str());
+    }
+    return 0;
+}
