@@ -6,11 +6,13 @@
 // explo_partial there, at each recalculation accuracy given.
 //
 //   forget_bench <spot file> [--threads N] [--target CHIPS] [--river PATH]
-//                [--accuracy FRACTION]... [--turns]
+//                [--accuracy FRACTION]... [--turns | --resolve-rivers]
 //
 // With --turns it goes on: `forget turns`, the first and second query at a
 // turn node, then rebuild_all and solve_all_splits for both streets, and the
-// results of the whole tree beside those from before.
+// results of the whole tree beside those from before. With --resolve-rivers
+// it makes the river rows again and solves them (rebuild_all, solve_all_splits
+// rivers) and prints the same comparison.
 #include <omp.h>
 #include <unistd.h>
 
@@ -41,12 +43,13 @@ struct Options {
     std::string river_stem = "r:0:c:c:7c:c:c:";
     std::vector<double> accuracies;
     bool turns = false;
+    bool resolve_rivers = false;
 };
 
 [[noreturn]] void usage() {
     std::fprintf(stderr,
                  "usage: forget_bench <spot file> [--threads N] [--target CHIPS] [--river STEM] "
-                 "[--accuracy FRACTION]... [--turns]\n");
+                 "[--accuracy FRACTION]... [--turns | --resolve-rivers]\n");
     std::exit(2);
 }
 
@@ -65,6 +68,8 @@ Options parse(int argc, char** argv) {
             options.accuracies.push_back(std::atof(argv[++i]));
         } else if (arg == "--turns") {
             options.turns = true;
+        } else if (arg == "--resolve-rivers") {
+            options.resolve_rivers = true;
         } else if (!arg.empty() && arg[0] != '-' && options.spot.empty()) {
             options.spot = arg;
         } else {
@@ -177,7 +182,15 @@ int main(int argc, char** argv) {
     }
     print_memory("after the river queries");
 
-    if (options.turns) {
+    if (options.resolve_rivers) {
+        start = clock_ns();
+        run_quietly({"rebuild_all", "solve_all_splits rivers"});
+        std::printf("rebuild_all and solve_all_splits rivers took %.1f s\n",
+                    static_cast<double>(clock_ns() - start) * 1e-9);
+        print_memory("after solving again");
+        std::printf("calc_results before forgetting:\n%scalc_results now:\n%s", results_before.c_str(),
+                    replies_of({"calc_results"}).c_str());
+    } else if (options.turns) {
         start = clock_ns();
         run_quietly({"forget turns"});
         std::printf("forget turns took %.0f ms\n", static_cast<double>(clock_ns() - start) * 1e-6);

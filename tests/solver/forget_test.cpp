@@ -186,4 +186,57 @@ TEST_F(ForgetTest, EntriesAreScaledAndRebuiltTreesSolveAgain) {
     EXPECT_LT(resolved.exploitable, before.exploitable * 1.1 + 0.05);
 }
 
+TEST(ForgetTurns, FlopStaysAndTurnSubgamesSolveFromTheRootList) {
+    prepare_solver_tables();
+    threads = 2;
+    build_test_game(flop_game());
+    open_all_storage(*engine);
+    for (int i = 0; i < 20; ++i) run_iteration(*engine);
+    const SolverProgressRecord before = calc_results_now();
+    const int root_count = static_cast<int>(engine->root_board->hands.size());
+    const auto root_strategy = [&] {
+        std::vector<float> out(engine->nodes[0].children.size() * size_t(root_count));
+        read_reported_strategy(*engine, engine->nodes[0], -1, -1, root_count, out.data());
+        return out;
+    };
+    const std::vector<float> flop_before = root_strategy();
+
+    forget_street(*engine, turn_street);
+    EXPECT_EQ(engine->forgotten_from, turn_street);
+    int first_turn = -1;
+    for (size_t i = 0; i < engine->nodes.size(); ++i) {
+        const TreeNode& node = engine->nodes[i];
+        if (node.street >= turn_street) {
+            EXPECT_FALSE(node.regrets);
+        }
+        if (first_turn < 0 && node.cache && node.street == turn_street && node.cache[0].reach_valid[0])
+            first_turn = static_cast<int>(i);
+    }
+    ASSERT_GE(first_turn, 0);
+    // A turn entry holds the reach in the root's list.
+    EXPECT_EQ(engine->nodes[first_turn].cache[0].reach_sum[0].count, root_count);
+    EXPECT_EQ(root_strategy(), flop_before);
+    EXPECT_EQ(calc_results_now().exploitable, before.exploitable);
+
+    recalc_accuracy[turn_street - 1] = 5.0;
+    const double exploitability = solve_on_demand(*engine, first_turn, 0, -1);
+    EXPECT_TRUE(exploitability <= 5.0) << exploitability;
+    EXPECT_EQ(solve_on_demand(*engine, first_turn, 0, -1), 0.0);
+    // The subgame's root got its rows back with the solve.
+    EXPECT_TRUE(engine->nodes[first_turn].regrets);
+    EXPECT_EQ(root_strategy(), flop_before);
+
+    rebuild_streets(*engine);
+    for (const TreeNode& node : engine->nodes) {
+        if (node.kind == decision_node && !node.children.empty()) {
+            EXPECT_TRUE(node.regrets && node.opened);
+        }
+    }
+    SolveSubgames(*engine, turn_street);
+    EXPECT_EQ(engine->forgotten_from, -1);
+    EXPECT_EQ(engine->iterations, 20);
+    destroy_engine();
+    recalc_accuracy[turn_street - 1] = 0;
+}
+
 }  // namespace
