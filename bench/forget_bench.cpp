@@ -81,20 +81,6 @@ Options parse(int argc, char** argv) {
     return options;
 }
 
-// The replies of `lines`, as the client would read them.
-std::string replies_of(const std::vector<std::string>& lines) {
-    char path[] = "/tmp/forget_bench_XXXXXX";
-    const int fd = mkstemp(path);
-    if (fd < 0) std::exit(1);
-    close(fd);
-    run_into(path, lines);
-    std::ifstream file(path);
-    std::stringstream text;
-    text << file.rdbuf();
-    std::remove(path);
-    return text.str();
-}
-
 int64_t resident_bytes() {
     std::ifstream status("/proc/self/status");
     std::string line;

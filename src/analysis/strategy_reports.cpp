@@ -9,8 +9,8 @@
 #include "analysis/hand_rows.h"
 #include "analysis/ranges.h"
 #include "analysis/strategy_read.h"
-#include "solver/forgotten_rows.h"
 #include "solver/lock_commands.h"
+#include "solver/subgame_solve.h"
 #include "tree/paths.h"
 
 namespace {
@@ -41,7 +41,8 @@ void cmd_show_strategy(const Tokens& tokens) {
 void cmd_show_locked_combos(const Tokens& tokens) {
     const PathRow target = path_row(tokens[1]);
     const NodeRow& row = target.row;
-    solve_forgotten_subgame(*engine, *row.node, row.turn, row.river);
+    // A node of a forgotten street has rows only once its subgame is solved.
+    solve_on_demand(*engine, static_cast<int>(row.node - engine->nodes.data()), row.turn, row.river);
     const std::vector<float> hands = locked_hands_row(*engine, row);
     reply_text(values_line(in_hand_order(expand_row(*engine, target.board, hands.data())), "%.12g", "0"));
 }

@@ -112,16 +112,7 @@ void enumerate_subgames(SubgameEngine& e, int street) {
     visit(run, e.nodes[0], e.root_turn_group, root);
 }
 
-void forget_street(SubgameEngine& e, int street) {
-    std::lock_guard lock(engine_lock);
-    if (street <= first_street || street_forgotten(e, street)) return;
-    open_all_storage(e);
-    // The results of the whole tree stay known once the rows are gone, and
-    // the values left at the chance positions stand in for the rows below.
-    if (e.results_iteration != e.iterations) compute_results_locked(e);
-    enumerate_subgames(e, street);
-    drop_street_storage(e, street);
-
+void freeze_reach(SubgameEngine& e, int street) {
     double largest = 0;
     for_each_entry(e, street, [&](SubgameCache& entry) {
         for (int p = 0; p < 2; ++p) largest = std::max(largest, vector_sum(entry.reach_sum[p]));
@@ -142,6 +133,29 @@ void forget_street(SubgameEngine& e, int street) {
         }
         entry.frozen = true;
     });
+}
+
+void rebuild_frozen_reach(SubgameEngine& e) {
+    const int street = e.forgotten_from;
+    std::vector<uint64_t> solved;
+    for_each_entry(e, street, [&](SubgameCache& entry) { solved.push_back(entry.solved_cards); });
+    enumerate_subgames(e, street);
+    freeze_reach(e, street);
+    size_t next = 0;
+    for_each_entry(e, street, [&](SubgameCache& entry) { entry.solved_cards = solved[next++]; });
+}
+
+void forget_street(SubgameEngine& e, int street) {
+    std::lock_guard lock(engine_lock);
+    if (street <= first_street || street_forgotten(e, street)) return;
+    open_all_storage(e);
+    // The results of the whole tree stay known once the rows are gone, and
+    // the values left at the chance positions stand in for the rows below.
+    if (e.results_iteration != e.iterations) compute_results_locked(e);
+    enumerate_subgames(e, street);
+    drop_street_storage(e, street);
+
+    freeze_reach(e, street);
     e.flags = (e.flags & ~new_tree_flag) | incomplete_tree_flag;
     e.forgotten_from = street;
 }

@@ -13,6 +13,15 @@
 // engine_lock.
 void enumerate_subgames(SubgameEngine& engine, int street);
 
+// Marks entries whose reach is too small to solve from as not valid (their
+// vectors dropped), scales the others to one common sum and freezes them.
+void freeze_reach(SubgameEngine& engine, int street);
+
+// The frozen reach of a forgotten tree made again from the streets it kept,
+// as forgetting made it, keeping which cards were solved: for a tree file
+// that left the reach out.
+void rebuild_frozen_reach(SubgameEngine& engine);
+
 // Results first when stale, then the rows of `street` and later dropped, the
 // reach enumerated, weak entries marked not valid and the others scaled, and
 // the tree marked incomplete from `street` on. Takes engine_lock. A street

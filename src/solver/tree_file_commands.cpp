@@ -1,6 +1,7 @@
 #include "solver/tree_file_commands.h"
 
 #include "shell/protocol/settings.h"
+#include "solver/forget.h"
 #include "solver/node_strategy.h"
 #include "storage/file_channel.h"
 
@@ -15,6 +16,7 @@ void shown_strategy(SubgameEngine& e, const TreeNode& node, int group, int count
 TreeFileHooks solver_tree_file_hooks() {
     TreeFileHooks hooks;
     hooks.shown_strategy = shown_strategy;
+    hooks.rebuild_missing_reach = rebuild_frozen_reach;
     return hooks;
 }
 

@@ -31,8 +31,7 @@ struct TreeFileHooks {
     void (*shown_strategy)(SubgameEngine& engine, const TreeNode& node, int group, int count, float* out) = nullptr;
     // Fills the reach vectors that a file of a forgotten tree left out
     // (first_missing, second_missing) by a walk of the tree that remains,
-    // as forgetting does. Null until the program can forget: the vectors
-    // then stay absent.
+    // as forgetting does. Without it the vectors stay absent.
     void (*rebuild_missing_reach)(SubgameEngine& engine) = nullptr;
 };
 
