@@ -43,33 +43,20 @@ struct Options {
     std::string river_path = "r:0:c:c:7c:c:c:3d";
 };
 
-[[noreturn]] void usage() {
-    std::fprintf(stderr,
-                 "usage: analysis_bench <spot file or R, T, F> [--threads N] [--iterations N] [--runs K] [--river PATH]\n");
-    std::exit(2);
-}
-
 Options parse(int argc, char** argv) {
-    Options options;
-    for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
-        const bool has_value = i + 1 < argc;
-        if (arg == "--threads" && has_value) {
-            options.threads = std::max(1, std::atoi(argv[++i]));
-        } else if (arg == "--iterations" && has_value) {
-            options.iterations = std::max(0, std::atoi(argv[++i]));
-        } else if (arg == "--runs" && has_value) {
-            options.runs = std::max(1, std::atoi(argv[++i]));
-        } else if (arg == "--river" && has_value) {
-            options.river_path = argv[++i];
-        } else if (!arg.empty() && arg[0] != '-' && options.spot.empty()) {
-            options.spot = spot_path(arg);
-        } else {
-            usage();
-        }
-    }
-    if (options.spot.empty()) usage();
-    return options;
+    Options o;
+    const char* usage =
+        "analysis_bench <spot file or R, T, F> [--threads N] [--iterations N] [--runs K] [--river PATH]";
+    const std::string spot = read_command_line(
+        argc, argv,
+        {{"--threads", [&](const char* v) { return (o.threads = std::max(1, std::atoi(v))), true; }},
+         {"--iterations", [&](const char* v) { return (o.iterations = std::max(0, std::atoi(v))), true; }},
+         {"--runs", [&](const char* v) { return (o.runs = std::max(1, std::atoi(v))), true; }},
+         {"--river", [&](const char* v) { return (o.river_path = v), true; }}},
+        usage);
+    if (spot.empty()) bench_usage(usage);
+    o.spot = spot_path(spot);
+    return o;
 }
 
 

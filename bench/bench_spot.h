@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <string>
 #include <vector>
@@ -24,6 +25,44 @@ inline std::string spot_path(const std::string& name) {
     if (std::ifstream(name)) return name;
     const std::string kept = std::string(TAVREK_SPOT_DIR) + "/spot_" + name + ".txt";
     return std::ifstream(kept) ? kept : name;
+}
+
+// One option of a harness's command line. `take` reads the value that
+// follows the name and says whether it is acceptable; a flag has none.
+struct BenchOption {
+    const char* name;
+    std::function<bool(const char* value)> take;
+    bool flag = false;
+};
+
+[[noreturn]] inline void bench_usage(const char* usage) {
+    std::fprintf(stderr, "usage: %s\n", usage);
+    std::exit(2);
+}
+
+// Reads a harness's command line: the options listed, in any order, and one
+// word that is not an option, the spot, which it returns ("" when none is
+// given). Anything else prints the usage and ends the harness with status 2.
+inline std::string read_command_line(int argc, char** argv, const std::vector<BenchOption>& options,
+                                     const char* usage) {
+    std::string spot;
+    for (int i = 1; i < argc; ++i) {
+        const std::string arg = argv[i];
+        const BenchOption* option = nullptr;
+        for (const BenchOption& o : options)
+            if (arg == o.name) option = &o;
+        bool fine;
+        if (option && option->flag) {
+            fine = option->take(nullptr);
+        } else if (option) {
+            fine = i + 1 < argc && option->take(argv[++i]);
+        } else {
+            fine = !arg.empty() && arg[0] != '-' && spot.empty();
+            spot = arg;
+        }
+        if (!fine) bench_usage(usage);
+    }
+    return spot;
 }
 
 // The spot's non-empty lines, the last of which may lack its newline.

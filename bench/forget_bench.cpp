@@ -46,39 +46,23 @@ struct Options {
     bool resolve_rivers = false;
 };
 
-[[noreturn]] void usage() {
-    std::fprintf(stderr,
-                 "usage: forget_bench <spot file> [--threads N] [--target CHIPS] [--river STEM] "
-                 "[--accuracy FRACTION]... [--turns | --resolve-rivers]\n");
-    std::exit(2);
-}
-
 Options parse(int argc, char** argv) {
-    Options options;
-    for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
-        const bool has_value = i + 1 < argc;
-        if (arg == "--threads" && has_value) {
-            options.threads = std::max(1, std::atoi(argv[++i]));
-        } else if (arg == "--target" && has_value) {
-            options.target = std::atof(argv[++i]);
-        } else if (arg == "--river" && has_value) {
-            options.river_stem = argv[++i];
-        } else if (arg == "--accuracy" && has_value) {
-            options.accuracies.push_back(std::atof(argv[++i]));
-        } else if (arg == "--turns") {
-            options.turns = true;
-        } else if (arg == "--resolve-rivers") {
-            options.resolve_rivers = true;
-        } else if (!arg.empty() && arg[0] != '-' && options.spot.empty()) {
-            options.spot = arg;
-        } else {
-            usage();
-        }
-    }
-    if (options.spot.empty()) usage();
-    if (options.accuracies.empty()) options.accuracies = {0.003, 0.001};
-    return options;
+    Options o;
+    const char* usage =
+        "forget_bench <spot file> [--threads N] [--target CHIPS] [--river STEM] [--accuracy FRACTION]... "
+        "[--turns | --resolve-rivers]";
+    o.spot = read_command_line(
+        argc, argv,
+        {{"--threads", [&](const char* v) { return (o.threads = std::max(1, std::atoi(v))), true; }},
+         {"--target", [&](const char* v) { return (o.target = std::atof(v)), true; }},
+         {"--river", [&](const char* v) { return (o.river_stem = v), true; }},
+         {"--accuracy", [&](const char* v) { return o.accuracies.push_back(std::atof(v)), true; }},
+         {"--turns", [&](const char*) { return o.turns = true; }, true},
+         {"--resolve-rivers", [&](const char*) { return o.resolve_rivers = true; }, true}},
+        usage);
+    if (o.spot.empty()) bench_usage(usage);
+    if (o.accuracies.empty()) o.accuracies = {0.003, 0.001};
+    return o;
 }
 
 int64_t resident_bytes() {

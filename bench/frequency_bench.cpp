@@ -38,36 +38,21 @@ struct Options {
     std::string river_path = "r:0:c:c:7c:c:c:3d:b50";
 };
 
-[[noreturn]] void usage() {
-    std::fprintf(stderr,
-                 "usage: frequency_bench <spot file> [--iterations N] [--runs K] [--compression LEVEL] "
-                 "[--turn PATH] [--river PATH]\n");
-    std::exit(2);
-}
-
 Options parse(int argc, char** argv) {
-    Options options;
-    for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
-        const bool has_value = i + 1 < argc;
-        if (arg == "--iterations" && has_value) {
-            options.iterations = std::max(0, std::atoi(argv[++i]));
-        } else if (arg == "--runs" && has_value) {
-            options.runs = std::max(1, std::atoi(argv[++i]));
-        } else if (arg == "--compression" && has_value) {
-            options.compression = argv[++i];
-        } else if (arg == "--turn" && has_value) {
-            options.turn_path = argv[++i];
-        } else if (arg == "--river" && has_value) {
-            options.river_path = argv[++i];
-        } else if (!arg.empty() && arg[0] != '-' && options.spot.empty()) {
-            options.spot = arg;
-        } else {
-            usage();
-        }
-    }
-    if (options.spot.empty()) usage();
-    return options;
+    Options o;
+    const char* usage =
+        "frequency_bench <spot file> [--iterations N] [--runs K] [--compression LEVEL] [--turn PATH] "
+        "[--river PATH]";
+    o.spot = read_command_line(
+        argc, argv,
+        {{"--iterations", [&](const char* v) { return (o.iterations = std::max(0, std::atoi(v))), true; }},
+         {"--runs", [&](const char* v) { return (o.runs = std::max(1, std::atoi(v))), true; }},
+         {"--compression", [&](const char* v) { return (o.compression = v), true; }},
+         {"--turn", [&](const char* v) { return (o.turn_path = v), true; }},
+         {"--river", [&](const char* v) { return (o.river_path = v), true; }}},
+        usage);
+    if (o.spot.empty()) bench_usage(usage);
+    return o;
 }
 
 std::string load_average() {

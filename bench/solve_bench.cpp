@@ -77,42 +77,28 @@ struct Run {
     uint64_t signature = 0;
 };
 
-[[noreturn]] void usage() {
-    std::fprintf(stderr,
-                 "usage: solve_bench <spot file or R, T, F> [--threads N[,N...]] [--target CHIPS] "
-                 "[--max-iterations N] [--repeat K] [--compression LEVEL] [--signature N]\n");
-    std::exit(2);
-}
-
 Options parse(int argc, char** argv) {
-    Options options;
-    for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
-        const bool has_value = i + 1 < argc;
-        if (arg == "--threads" && has_value) {
-            options.threads.clear();
-            std::istringstream counts(argv[++i]);
-            for (std::string count; std::getline(counts, count, ',');) options.threads.push_back(std::atoi(count.c_str()));
-            if (options.threads.empty()) usage();
-        } else if (arg == "--signature" && has_value) {
-            options.signature_iterations = std::atoi(argv[++i]);
-            if (options.signature_iterations < 1) usage();
-        } else if (arg == "--target" && has_value) {
-            options.target = std::atof(argv[++i]);
-        } else if (arg == "--max-iterations" && has_value) {
-            options.max_iterations = std::atoi(argv[++i]);
-        } else if (arg == "--repeat" && has_value) {
-            options.repeat = std::max(1, std::atoi(argv[++i]));
-        } else if (arg == "--compression" && has_value) {
-            options.compression = argv[++i];
-        } else if (!arg.empty() && arg[0] != '-' && options.spot.empty()) {
-            options.spot = arg;
-        } else {
-            usage();
-        }
-    }
-    if (options.spot.empty() && options.signature_iterations == 0) usage();
-    return options;
+    Options o;
+    const char* usage =
+        "solve_bench <spot file or R, T, F> [--threads N[,N...]] [--target CHIPS] [--max-iterations N] "
+        "[--repeat K] [--compression LEVEL] [--signature N]";
+    auto thread_counts = [&](const char* v) {
+        o.threads.clear();
+        std::istringstream counts(v);
+        for (std::string count; std::getline(counts, count, ',');) o.threads.push_back(std::atoi(count.c_str()));
+        return !o.threads.empty();
+    };
+    o.spot = read_command_line(
+        argc, argv,
+        {{"--threads", thread_counts},
+         {"--signature", [&](const char* v) { return (o.signature_iterations = std::atoi(v)) >= 1; }},
+         {"--target", [&](const char* v) { return (o.target = std::atof(v)), true; }},
+         {"--max-iterations", [&](const char* v) { return (o.max_iterations = std::atoi(v)), true; }},
+         {"--repeat", [&](const char* v) { return (o.repeat = std::max(1, std::atoi(v))), true; }},
+         {"--compression", [&](const char* v) { return (o.compression = v), true; }}},
+        usage);
+    if (o.spot.empty() && o.signature_iterations == 0) bench_usage(usage);
+    return o;
 }
 
 // FNV-1a over 64 bits: a hash of bytes that anyone can recompute.

@@ -43,13 +43,6 @@ struct Options {
     std::string folder = "/tmp";
 };
 
-[[noreturn]] void usage() {
-    std::fprintf(stderr,
-                 "usage: tree_file_bench <spot file> [--iterations N] [--levels L1,L2,...] [--threads N] "
-                 "[--repeat K] [--folder DIR]\n");
-    std::exit(2);
-}
-
 std::vector<std::string> split(const std::string& text) {
     std::vector<std::string> parts;
     size_t start = 0;
@@ -63,28 +56,20 @@ std::vector<std::string> split(const std::string& text) {
 }
 
 Options parse(int argc, char** argv) {
-    Options options;
-    for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
-        const bool has_value = i + 1 < argc;
-        if (arg == "--iterations" && has_value) {
-            options.iterations = std::atoi(argv[++i]);
-        } else if (arg == "--levels" && has_value) {
-            options.levels = split(argv[++i]);
-        } else if (arg == "--threads" && has_value) {
-            options.threads = std::atoi(argv[++i]);
-        } else if (arg == "--repeat" && has_value) {
-            options.repeat = std::max(1, std::atoi(argv[++i]));
-        } else if (arg == "--folder" && has_value) {
-            options.folder = argv[++i];
-        } else if (!arg.empty() && arg[0] != '-' && options.spot.empty()) {
-            options.spot = arg;
-        } else {
-            usage();
-        }
-    }
-    if (options.spot.empty() || options.levels.empty()) usage();
-    return options;
+    Options o;
+    const char* usage =
+        "tree_file_bench <spot file> [--iterations N] [--levels L1,L2,...] [--threads N] [--repeat K] "
+        "[--folder DIR]";
+    o.spot = read_command_line(
+        argc, argv,
+        {{"--iterations", [&](const char* v) { return (o.iterations = std::atoi(v)), true; }},
+         {"--levels", [&](const char* v) { return (o.levels = split(v)), true; }},
+         {"--threads", [&](const char* v) { return (o.threads = std::atoi(v)), true; }},
+         {"--repeat", [&](const char* v) { return (o.repeat = std::max(1, std::atoi(v))), true; }},
+         {"--folder", [&](const char* v) { return (o.folder = v), true; }}},
+        usage);
+    if (o.spot.empty() || o.levels.empty()) bench_usage(usage);
+    return o;
 }
 
 double seconds_since(uint64_t start_ns) { return static_cast<double>(clock_ns() - start_ns) * 1e-9; }
