@@ -4,7 +4,7 @@ and the peak memory of the whole machine.
 
     /usr/bin/python3 python/bench_batch.py [--flops 25] [--workers N] [--threads T] [--no-sequential]
 
-The batch is the bench flop spot's ranges and lines (../shared/bench/spot_F.txt: pot 100, 900 behind,
+The batch is the bench flop spot's ranges and lines (bench/spots/spot_F.txt: pot 100, 900 behind,
 half-pot bets and all-in on every street) solved to 1% of the pot on the weighted subset of --flops flops,
 on the local cluster as tavrek-batch plans it (or --workers, --threads). Then the same flops are solved
 one after another by one engine at a time with 2 threads (a fresh engine each, as the batch has). The
@@ -34,7 +34,7 @@ from tavrek.ranges import format_range  # noqa: E402
 from tavrek.solve import solve_spot  # noqa: E402
 
 ROOT = Path(__file__).resolve().parents[1]
-SPOT_F = ROOT.parent / "shared" / "bench" / "spot_F.txt"
+SPOT_F = ROOT / "bench" / "spots" / "spot_F.txt"
 
 
 def batch_text(flops: int) -> str:

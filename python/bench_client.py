@@ -3,7 +3,7 @@
 
     /usr/bin/python3 python/bench_client.py [--repeat N]
 
-Builds the bench flop spot (../shared/bench/spot_F.txt), asks for show_strategy
+Builds the bench flop spot (bench/spots/spot_F.txt), asks for show_strategy
 at the root and calc_ev at the root once to have their replies, then times the
 parsing of those exact replies N times and prints the median and the spread.
 """
@@ -32,7 +32,7 @@ def timed(fn, repeat):
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--repeat", type=int, default=200)
-    parser.add_argument("--spot", default=str(ROOT.parent / "shared" / "bench" / "spot_F.txt"))
+    parser.add_argument("--spot", default=str(ROOT / "bench" / "spots" / "spot_F.txt"))
     args = parser.parse_args()
     with Engine() as engine:
         for line in Path(args.spot).read_text().splitlines():
