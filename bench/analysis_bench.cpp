@@ -107,11 +107,7 @@ void print_row(const char* what, double root_ms, double river_ms) {
 
 int main(int argc, char** argv) {
     const Options options = parse(argc, argv);
-    init_combo_tables();
-    init_hand_strength_tables();
-    threads = options.threads;
-    omp_set_num_threads(threads);
-    libsubgame_init(0);
+    start_engine(options.threads);
 
     uint64_t start = clock_ns();
     run_quietly(read_spot_lines(options.spot));

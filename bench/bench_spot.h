@@ -3,6 +3,7 @@
 #pragma once
 
 #include <fcntl.h>
+#include <omp.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -13,7 +14,21 @@
 #include <string>
 #include <vector>
 
+#include "model/cards.h"
+#include "model/hand_strength.h"
 #include "shell/commands.h"
+#include "shell/protocol/settings.h"
+#include "solver/solver_driver.h"
+
+// What every harness does before its first spot: the card and hand tables,
+// the solver's thread count, and the engine's start.
+inline void start_engine(int thread_count) {
+    init_combo_tables();
+    init_hand_strength_tables();
+    threads = thread_count;
+    omp_set_num_threads(thread_count);
+    libsubgame_init(0);
+}
 
 // The benchmark spots kept in bench/spots, by the letter of their file
 // name: river, turn and flop.

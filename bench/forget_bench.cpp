@@ -99,11 +99,7 @@ const char* compare(const std::string& a, const std::string& b) { return a == b 
 
 int main(int argc, char** argv) {
     const Options options = parse(argc, argv);
-    init_combo_tables();
-    init_hand_strength_tables();
-    threads = options.threads;
-    omp_set_num_threads(threads);
-    libsubgame_init(0);
+    start_engine(options.threads);
     run_quietly(read_spot_lines(options.spot));
     if (!engine) {
         std::fprintf(stderr, "the spot built no tree\n");

@@ -251,10 +251,7 @@ void print_medians(const std::vector<Run>& runs) {
 
 int main(int argc, char** argv) {
     const Options options = parse(argc, argv);
-    init_combo_tables();
-    init_hand_strength_tables();
-    threads = omp_get_max_threads();
-    libsubgame_init(0);
+    start_engine(omp_get_max_threads());
     const bool signing = options.signature_iterations > 0;
     std::vector<std::string> spots;
     if (options.spot.empty()) {

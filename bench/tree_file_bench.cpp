@@ -162,10 +162,7 @@ void bench_level(const Options& options, const std::vector<std::string>& lines, 
 
 int main(int argc, char** argv) {
     const Options options = parse(argc, argv);
-    init_combo_tables();
-    init_hand_strength_tables();
-    threads = omp_get_max_threads();
-    libsubgame_init(0);
+    start_engine(omp_get_max_threads());
     const std::vector<std::string> lines = read_spot_lines(options.spot);
     std::printf("spot %s, %d threads, %d iterations, median of %d, files in %s\n", options.spot.c_str(),
                 options.threads, options.iterations, options.repeat, options.folder.c_str());
