@@ -1,6 +1,7 @@
 // Chance nodes: where a street's first node is met before its card is dealt.
 // The walk deals every stored card here, each standing for its isomorphic
 // images, and averages the results over the cards a pair of hands allows.
+#include <algorithm>
 #include <cmath>
 
 #include "shell/protocol/processor.h"
@@ -73,6 +74,46 @@ void gather_child(HandVector& child, const HandVector& parent, const RunoutBoard
     vec::gather(child.data, parent.data, card.image_tables[0].data(), count);
 }
 
+// Rounding alone sets a hand's images apart in the last bits of their
+// reaches; only a relative difference above this counts.
+constexpr float image_tolerance = 1e-4f;
+
+bool same_through_images(const RunoutBoard& card, const HandVector& parent) {
+    if (!parent.data) return true;
+    const int count = static_cast<int>(card.hands.size());
+    const int16_t* identity = card.image_tables[0].data();
+    for (int k = 1; k < card.multiplicity; ++k) {
+        const int16_t* table = card.image_tables[k].data();
+        for (int h = 0; h < count; ++h) {
+            const float stored = parent.data[identity[h]];
+            const float image = table[h] >= 0 ? parent.data[table[h]] : 0.0f;
+            if (std::fabs(stored - image) > image_tolerance * std::max(std::fabs(stored), std::fabs(image)))
+                return false;
+        }
+    }
+    return true;
+}
+
+// The reach of one image of the card, times `share`; an image the parent
+// list lacks is not reached.
+void gather_image(HandVector& child, const HandVector& parent, const int16_t* table, int count, float share) {
+    child.set_zero(count);
+    if (!parent.data) return;
+    child.resize(count, true);
+    for (int h = 0; h < count; ++h) child.data[h] = table[h] >= 0 ? parent.data[table[h]] * share : 0.0f;
+}
+
+// Adds one image's results, times `factor`, into the parent's list.
+void scatter_image(HandVector& parent, int parent_count, HandVector& child, const int16_t* table, float factor) {
+    if (!child.data) return;
+    if (!parent.data) {
+        parent.resize(parent_count, true);
+        vec::fill(parent.data, 0.0f, parent_count);
+    }
+    if (factor != 1.0f) vec::scale(child.data, factor, child.count);
+    vec::scatter_add(parent.data, child.data, table, child.count);
+}
+
 // The river cards of one turn card walked in line, inside a turn task of a
 // flop tree. The streamed rows of the subtree are open for the whole loop.
 void walk_rivers_in_line(WalkFrame& f) {
@@ -107,6 +148,10 @@ void walk_rivers_in_line(WalkFrame& f) {
         child.node = f.node;
         child.turn = f.turn;
         child.river = r;
+        if (!images_share_walk(e, river, f.reach, f.own_reach)) {
+            walk_images_apart(child, river, f.reach, f.own_reach, f.value, f.best);
+            continue;
+        }
         gather_child(child.reach, f.reach, river);
         if (f.own_reach.count > 0) gather_child(child.own_reach, f.own_reach, river);
         walk(child);
@@ -148,6 +193,35 @@ bool capture_uses_cache(const SubgameEngine& e, bool river_position) {
 }
 
 }  // namespace
+
+bool images_share_walk(const SubgameEngine& e, const RunoutBoard& card, const HandVector& reach,
+                       const HandVector& own_reach) {
+    // Without forced strategies, the strategies learnt treat images alike
+    // but for rounding, and a shared walk costs one image's time.
+    if (!e.images_may_differ || card.multiplicity == 1) return true;
+    return same_through_images(card, reach) && same_through_images(card, own_reach);
+}
+
+void walk_images_apart(WalkFrame& frame, const RunoutBoard& card, const HandVector& reach,
+                       const HandVector& own_reach, HandVector& value, HandVector& best) {
+    const int count = static_cast<int>(card.hands.size());
+    const float images = frame.engine->mode == mode_train ? static_cast<float>(card.multiplicity) : 1.0f;
+    const float share = 1.0f / images;
+    // Image 0, the stored card itself, goes last: a capture at a node below
+    // keeps the values of its own walk.
+    for (int k = card.multiplicity - 1; k >= 0; --k) {
+        const int16_t* table = card.image_tables[k].data();
+        gather_image(frame.reach, reach, table, count, share);
+        if (own_reach.count > 0) gather_image(frame.own_reach, own_reach, table, count, 1.0f);
+        walk(frame);
+        scatter_image(value, reach.count, frame.value, table, images);
+        scatter_image(best, reach.count, frame.best, table, images);
+        frame.value.release();
+        frame.best.release();
+    }
+    frame.reach.release();
+    frame.own_reach.release();
+}
 
 void walk_turn_chance(WalkFrame& f) {
     SubgameEngine& e = *f.engine;

@@ -6,6 +6,7 @@
 #include "solver/results.h"
 #include "solver/river_rows.h"
 #include "solver/walk.h"
+#include "tree/boards.h"
 
 namespace {
 
@@ -24,7 +25,25 @@ RowRecords row_records(const NodeRow& row) {
     return records;
 }
 
+// Weights or a mask given hand by hand may treat a hand and its images apart,
+// and a node before the river passes that on to the cards dealt after it.
+void note_hands_set_apart(SubgameEngine& e, const NodeRow& row) {
+    if (row.node->street < river_street) e.images_may_differ = true;
+}
+
 }  // namespace
+
+void note_loaded_locks(SubgameEngine& e) {
+    std::lock_guard lock(engine_lock);
+    const int turns = e.root_board ? static_cast<int>(e.root_board->turns.size()) : 0;
+    for (TreeNode& node : e.nodes) {
+        if (node.kind != decision_node || node.street >= river_street || !node.regrets) continue;
+        for (int turn = -1; turn < turns; ++turn) {
+            const LockRecord* record = node.regrets->lock_record(turn, -1);
+            if (record && record->flags) e.images_may_differ = true;
+        }
+    }
+}
 
 void set_node_lock(SubgameEngine& e, const NodeRow& row, bool locked) {
     // The walk reads the mask this may free: it waits for the walk to end.
@@ -52,6 +71,7 @@ bool set_strategy_row(SubgameEngine& e, const NodeRow& row, int child, const flo
         node.strategy_sums->write_row(row.turn, row.river, child, nullptr);
         open.mark_modified(node.player, true);
     }
+    note_hands_set_apart(e, row);
     drop_kept_results(e);
     return true;
 }
@@ -61,6 +81,7 @@ void combo_lock_row(SubgameEngine& e, const NodeRow& row, const float* values) {
     const RowRecords records = row_records(row);
     for (LockRecord* record : {records.regrets, records.sums})
         if (record) lock_hands(*record, values, row.hand_count);
+    note_hands_set_apart(e, row);
     drop_kept_results(e);
 }
 

@@ -44,6 +44,11 @@ void combo_lock_row(SubgameEngine& engine, const NodeRow& row, const float* valu
 // is not a mask. A node without stores (its street forgotten) has none.
 std::vector<float> locked_hands_row(SubgameEngine& engine, const NodeRow& row);
 
+// After a tree file is read: a locked row before the river, whole or by
+// hands, may hold forced weights that set a hand's images apart (see
+// images_may_differ); a file keeps the locks and the rows, not that flag.
+void note_loaded_locks(SubgameEngine& engine);
+
 // The bias a training walk gives the values of the action that leads to
 // `node` (see apply_boost).
 void set_node_boost(SubgameEngine& engine, TreeNode& node, float boost);

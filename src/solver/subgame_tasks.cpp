@@ -25,6 +25,8 @@ struct SubgameTask {
     HandVector waiting_value;
     HandVector waiting_best;
     bool finished = false;
+    // The card's images were walked apart: the results are in the parent's list.
+    bool images_apart = false;
 };
 
 // Filled and emptied only under engine_lock, outside the parallel loop.
@@ -72,12 +74,16 @@ const RunoutBoard& task_card(const SubgameEngine& e, const WalkFrame& frame) {
 }
 
 // Adds a task's results into its position's sums, through every image table
-// of the card.
-void add_results(ChancePosition& position, const RunoutBoard& card, const HandVector& value,
+// of the card, or as they are when its images were walked apart.
+void add_results(ChancePosition& position, const RunoutBoard& card, bool images_apart, const HandVector& value,
                  const HandVector& best) {
     const auto add_into = [&](HandVector& sum, const HandVector& result) {
         if (!result.data || !sum.data) return;
         const int count = result.count;
+        if (images_apart) {
+            vec::add(sum.data, result.data, count);
+            return;
+        }
         vec::scatter_add_each(sum.data, result.data, card.image_tables[0].data(), count);
         for (size_t k = 1; k < card.image_tables.size(); ++k)
             vec::scatter_add(sum.data, result.data, card.image_tables[k].data(), count);
@@ -97,7 +103,7 @@ void hand_in_results(SubgameTask& task, const RunoutBoard& card) {
     std::unique_lock lock(position.add_mutex);
     if (task.place == position.next_to_add) {
         lock.unlock();
-        add_results(position, card, frame.value, frame.best);
+        add_results(position, card, task.images_apart, frame.value, frame.best);
         lock.lock();
         ++position.next_to_add;
     } else {
@@ -114,7 +120,8 @@ void hand_in_results(SubgameTask& task, const RunoutBoard& card) {
         SubgameTask& next = *tasks[static_cast<size_t>(position.first_task + position.next_to_add)];
         if (!next.finished) break;
         lock.unlock();
-        add_results(position, task_card(*frame.engine, next.frame), next.waiting_value, next.waiting_best);
+        add_results(position, task_card(*frame.engine, next.frame), next.images_apart, next.waiting_value,
+                    next.waiting_best);
         next.waiting_value.release();
         next.waiting_best.release();
         lock.lock();
@@ -137,25 +144,35 @@ void run_task(SubgameEngine& e, SubgameTask& task) {
         prefetch_river_board(card);
         prefetch_river_rows(e, position.river_nodes, frame.turn, frame.river, river_sums_in_use(e));
     }
-    const int16_t* identity = card.image_tables[0].data();
-
-    frame.reach.set_zero(count);
-    if (position.reach.data) {
-        frame.reach.resize(count, true);
-        vec::gather(frame.reach.data, position.reach.data, identity, count);
-    }
-    if (position.own_reach.count > 0) {
-        frame.own_reach.set_zero(count);
-        if (position.own_reach.data) {
-            frame.own_reach.resize(count, true);
-            vec::gather(frame.own_reach.data, position.own_reach.data, identity, count);
+    task.images_apart = !images_share_walk(e, card, position.reach, position.own_reach);
+    const auto walk_card = [&] {
+        if (task.images_apart) {
+            HandVector value(position.reach.count), best(position.reach.count);
+            walk_images_apart(frame, card, position.reach, position.own_reach, value, best);
+            frame.value = std::move(value);
+            frame.best = std::move(best);
+            return;
         }
-    }
+        const int16_t* identity = card.image_tables[0].data();
+        frame.reach.set_zero(count);
+        if (position.reach.data) {
+            frame.reach.resize(count, true);
+            vec::gather(frame.reach.data, position.reach.data, identity, count);
+        }
+        if (position.own_reach.count > 0) {
+            frame.own_reach.set_zero(count);
+            if (position.own_reach.data) {
+                frame.own_reach.resize(count, true);
+                vec::gather(frame.own_reach.data, position.own_reach.data, identity, count);
+            }
+        }
+        walk(frame);
+    };
     if (frame.river < 0 && frame.node->card_locks) {
         std::lock_guard card_lock(frame.node->card_locks[frame.turn]);
-        walk(frame);
+        walk_card();
     } else {
-        walk(frame);
+        walk_card();
     }
     hand_in_results(task, card);
     frame.reach.release();

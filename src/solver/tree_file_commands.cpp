@@ -2,6 +2,7 @@
 
 #include "shell/protocol/settings.h"
 #include "solver/forget.h"
+#include "solver/node_locks.h"
 #include "solver/node_strategy.h"
 #include "storage/file_channel.h"
 
@@ -23,6 +24,7 @@ TreeFileHooks solver_tree_file_hooks() {
 void cmd_load_tree(const Tokens& tokens) {
     FileReadChannel channel(tokens[1]);
     read_tree_file(channel, solver_tree_file_hooks());
+    if (engine) note_loaded_locks(*engine);
     reply("%s ok!\n", tokens[0].c_str());
 }
 

@@ -159,6 +159,32 @@ struct RiverPair {
 RiverPair river_pair_children(const SubgameEngine& e, const TreeNode& node);
 
 // ---------------------------------------------------------------------------
+// Images of a dealt card.
+//
+// A stored card stands for its images under suit isomorphism, and one walk
+// serves them all while the parent's reaches are the same through every
+// image table: it reads them through table 0, and its results go back
+// through all the tables. A strategy that treats a hand and its image apart
+// (forced weights or a combo lock at an earlier node, and after it whatever
+// learns against them) breaks that, and each image is then walked from its
+// own reaches.
+
+// Whether the card's images can share one walk from these parent reaches:
+// always, unless the engine's images may differ (a forced strategy or a
+// combo lock before the river) and these reaches do.
+bool images_share_walk(const SubgameEngine& engine, const RunoutBoard& card, const HandVector& reach,
+                       const HandVector& own_reach);
+
+// Walks `frame` (engine, node, turn and river set) once per image of the
+// card, each from the parent's reaches through the image's table, and adds
+// the results into `value` and `best` (the parent's lists; zero-filled when
+// null) through the same table. A training walk gives each image the share
+// 1/multiplicity of the reach, so that the card's rows learn as much per
+// iteration as from a shared walk.
+void walk_images_apart(WalkFrame& frame, const RunoutBoard& card, const HandVector& reach,
+                       const HandVector& own_reach, HandVector& value, HandVector& best);
+
+// ---------------------------------------------------------------------------
 // Chance tasks.
 
 // The vectors one chance position shares with its tasks: the parent's reach,

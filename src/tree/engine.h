@@ -88,6 +88,11 @@ struct SubgameEngine {
     // Atomic: the solver thread clears new_tree_flag after each iteration
     // while queries read the other bits without engine_lock.
     std::atomic<uint32_t> flags{new_tree_flag};
+    // A strategy forced, or hands locked one by one, at a node that a chance
+    // node follows: a hand and its images under suit isomorphism may play
+    // apart from there on, and the walk looks at each dealt card's reaches
+    // before its images share one walk. Set under engine_lock.
+    bool images_may_differ = false;
     int32_t iterations = 0;
     int32_t forgotten_from = -1;
 

@@ -3,6 +3,12 @@
 // the hand evaluator, every pair of hands compared one by one. Nothing here
 // goes through hand lists, kernels, chance tasks or the walk.
 //
+// Under suit isomorphism the evaluation deals every real card all the same,
+// and plays on a card that a stored board stands for the stored board's rows
+// with the two suits swapped. It takes the game's flop to be in canonical
+// suits already (the lowest suits on the board), as its cards are used as
+// they are.
+//
 // A test may also force a strategy at a node, as a client does with
 // set_strategy and a lock: the evaluation then plays the test's own weights
 // there, for all hands or for some, and a best response may not deviate from
@@ -18,6 +24,7 @@
 #include "shell/protocol/game_setup.h"
 #include "tree/boards.h"
 #include "tree/engine.h"
+#include "tree/isomorphism.h"
 
 using Row = std::vector<double>;  // one value per ComboSlot
 
@@ -68,6 +75,24 @@ public:
 private:
     static int street_of(CardMask board) { return __builtin_popcountll(board) - 2; }
 
+    // The index of the stored board that stands for `card`, and in `swap`
+    // the exchange of suits that takes the card to the stored one (none for
+    // a card stored itself).
+    static int stored_board(const std::vector<RunoutBoard>& boards, const CardIndexTable& index, Card card,
+                            SuitOrder& swap) {
+        swap = identity_suit_order();
+        if (index[card] >= 0) return index[card];
+        for (size_t b = 0; b < boards.size(); ++b) {
+            const int suit = card_suit(boards[b].card);
+            if (card_rank(boards[b].card) != card_rank(card) || card_suit(card) < suit ||
+                card_suit(card) >= suit + boards[b].multiplicity)
+                continue;
+            std::swap(swap[suit], swap[card_suit(card)]);
+            return static_cast<int>(b);
+        }
+        return -1;
+    }
+
     // Strategy of the node at this board as the evaluation plays it: the
     // average where sums exist, for hands never reached the current one.
     std::vector<Row> strategy(const TreeNode& node, Card dealt_turn, Card dealt_river) {
@@ -75,14 +100,16 @@ private:
         const RootBoard& root = *e_.root_board;
         int group = -1, row = -1;
         const std::vector<int16_t>* hand_of_slot = &root.hand_of_slot;
+        SuitOrder turn_swap = identity_suit_order(), river_swap = identity_suit_order();
         if (node.street >= turn_street) {
             const Card turn = e_.fixed_turn >= 0 ? e_.fixed_turn : dealt_turn;
-            group = root.turn_of_card[turn];
+            group = stored_board(root.turns, root.turn_of_card, turn, turn_swap);
             hand_of_slot = &root.turns[group].hand_of_slot;
             if (node.street == river_street) {
-                const Card river = e_.fixed_river >= 0 ? e_.fixed_river : dealt_river;
-                row = root.turns[group].river_of_card[river];
-                hand_of_slot = &root.turns[group].rivers[row].hand_of_slot;
+                const Card river = order_card(e_.fixed_river >= 0 ? e_.fixed_river : dealt_river, turn_swap);
+                const RunoutBoard& turn_board = root.turns[group];
+                row = stored_board(turn_board.rivers, turn_board.river_of_card, river, river_swap);
+                hand_of_slot = &turn_board.rivers[row].hand_of_slot;
             }
         }
         const int count = node.regrets->row_length(group, row);
@@ -98,7 +125,8 @@ private:
         if (use_average) node.strategy_sums->read_strategy(average_rows.data(), group, row, {});
         std::vector<Row> out(actions, Row(combo_count, 0.0));
         for (int slot = 0; slot < combo_count; ++slot) {
-            const int h = (*hand_of_slot)[slot];
+            const CardMask stored_hand = apply_order(apply_order(hands_[slot], turn_swap), river_swap);
+            const int h = (*hand_of_slot)[slot_of_hand(stored_hand)];
             if (h < 0) continue;
             double total = 0;
             if (use_average)

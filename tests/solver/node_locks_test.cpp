@@ -87,6 +87,8 @@ protected:
         EXPECT_NEAR(results.mes_oop, mes_oop, 0.01);
         EXPECT_NEAR(results.ev_ip, ev_ip, 0.01);
         EXPECT_NEAR(results.mes_ip, mes_ip, 0.01);
+        // Whatever the strategies, one player's gain is the other's loss.
+        EXPECT_NEAR(results.ev_oop + results.ev_ip, 0.0, 1e-4);
     }
 
     // The same, and the check has teeth: the free best response of the
@@ -140,6 +142,26 @@ TEST_F(NodeLocksTest, TurnGameWithHalfATurnNodeLocked) {
     lock_half("r:0:b50", forced[0]);
     train(10);
     expect_results_match(forced, "IP facing a bet, odd hands locked");
+}
+
+TEST_F(NodeLocksTest, FlopGameWithHalfTheRootLockedUnderIsomorphism) {
+    TestGame game = flop_game();
+    // Canonical suits as given: hearts and spades are missing, and each
+    // stored turn in hearts stands for the spade of its rank too.
+    game.flop = "Kc 7c 2d";
+    game.share = 0.08;
+    build_test_game(game);
+    ASSERT_EQ(engine->root_board->mask, engine->dead);
+    ASSERT_EQ(engine->root_board->turns.back().multiplicity, 2);
+    train(3);
+    // Every other hand by hand order: a hand and its image in the other
+    // missing suit are often locked apart, so the reach into a stored turn
+    // differs from that into the turn it stands for.
+    std::vector<ForcedStrategy> forced = {force("r:0", -1, -1, 11)};
+    lock_half("r:0", forced[0]);
+    expect_results_match(forced, "flop root, odd hands locked, before training on");
+    train(4);
+    expect_results_match(forced, "flop root, odd hands locked, at iteration 7");
 }
 
 TEST_F(NodeLocksTest, BoostRaisesTheActionInTrainingOnly) {
