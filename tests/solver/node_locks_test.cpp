@@ -4,6 +4,7 @@
 // may not deviate. The EV boost, which changes training and not evaluation.
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <random>
 #include <string>
 
@@ -13,6 +14,7 @@
 #include "solver/lock_commands.h"
 #include "solver/results.h"
 #include "solver/solver_driver.h"
+#include "solver/tree_file_commands.h"
 #include "solver/walk.h"
 #include "solver_test_support.h"
 #include "tree/paths.h"
@@ -162,6 +164,13 @@ TEST_F(NodeLocksTest, FlopGameWithHalfTheRootLockedUnderIsomorphism) {
     expect_results_match(forced, "flop root, odd hands locked, before training on");
     train(4);
     expect_results_match(forced, "flop root, odd hands locked, at iteration 7");
+    // A tree file keeps the rows and the locks, and is walked the same way.
+    const std::string file = testing::TempDir() + "locked_flop.tree";
+    run(cmd_dump_tree, {"dump_tree", file});
+    run(cmd_load_tree, {"load_tree", file});
+    std::remove(file.c_str());
+    forced[0].node = &engine->nodes[0];
+    expect_results_match(forced, "read back from a tree file");
 }
 
 TEST_F(NodeLocksTest, BoostRaisesTheActionInTrainingOnly) {
