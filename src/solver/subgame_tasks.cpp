@@ -145,14 +145,7 @@ void run_task(SubgameEngine& e, SubgameTask& task) {
         prefetch_river_rows(e, position.river_nodes, frame.turn, frame.river, river_sums_in_use(e));
     }
     task.images_apart = !images_share_walk(e, card, position.reach, position.own_reach);
-    const auto walk_card = [&] {
-        if (task.images_apart) {
-            HandVector value(position.reach.count), best(position.reach.count);
-            walk_images_apart(frame, card, position.reach, position.own_reach, value, best);
-            frame.value = std::move(value);
-            frame.best = std::move(best);
-            return;
-        }
+    if (!task.images_apart) {
         const int16_t* identity = card.image_tables[0].data();
         frame.reach.set_zero(count);
         if (position.reach.data) {
@@ -166,14 +159,18 @@ void run_task(SubgameEngine& e, SubgameTask& task) {
                 vec::gather(frame.own_reach.data, position.own_reach.data, identity, count);
             }
         }
-        walk(frame);
-    };
-    if (frame.river < 0 && frame.node->card_locks) {
-        std::lock_guard card_lock(frame.node->card_locks[frame.turn]);
-        walk_card();
-    } else {
-        walk_card();
     }
+    std::unique_lock<std::mutex> card_lock;
+    if (frame.river < 0 && frame.node->card_locks) card_lock = std::unique_lock(frame.node->card_locks[frame.turn]);
+    if (task.images_apart) {
+        HandVector value(position.reach.count), best(position.reach.count);
+        walk_images_apart(frame, card, position.reach, position.own_reach, value, best);
+        frame.value = std::move(value);
+        frame.best = std::move(best);
+    } else {
+        walk(frame);
+    }
+    if (card_lock.owns_lock()) card_lock.unlock();
     hand_in_results(task, card);
     frame.reach.release();
     frame.own_reach.release();
