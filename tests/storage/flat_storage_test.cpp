@@ -1,73 +1,23 @@
-// The flat stores against a plain model of the rules, written out here
-// independently of the stores' own kernels.
+// The flat stores against the plain rules of tests/reference/store_rules.h.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <random>
 #include <vector>
 
+#include "reference/store_rules.h"
 #include "storage/arena_storage.h"
 #include "storage/float_row_storage.h"
 #include "storage/memory_channel.h"
 
 namespace {
 
-using Rows = std::vector<std::vector<float>>;  // rows[a][h]
-
-// Rows with the pointer array the stores take.
-struct Table {
-    Rows rows;
-    std::vector<float*> pointers;
-
-    explicit Table(Rows values) : rows(std::move(values)) {
-        for (auto& row : rows) pointers.push_back(row.data());
-    }
-    Table(int actions, int hands) : Table(Rows(actions, std::vector<float>(hands, -1.0f))) {}
-};
-
-Rows read(const Storage& storage, int actions, int group, int row, std::vector<float> defaults) {
-    Table table(actions, storage.row_length(group, row));
-    storage.read_strategy(table.pointers.data(), group, row, defaults);
-    return table.rows;
-}
-
-// Regret matching with per-action defaults.
-Rows strategy_model(const Rows& values, const std::vector<float>& defaults) {
-    Rows result = values;
-    for (size_t h = 0; h < values[0].size(); ++h) {
-        float sum = 0;
-        for (const auto& row : values) sum += row[h];
-        for (size_t a = 0; a < values.size(); ++a)
-            result[a][h] = sum >= 1.1754944e-38f ? values[a][h] / sum : defaults[a];
-    }
-    return result;
-}
-
-float f32_regret_model(float old, float d) {
-    const float root = std::sqrt(std::fabs(d));
-    const float next = old + (d < 0 ? -1.0f : 1.0f) * root * std::sqrt(root);
-    return next < 1.1754944e-38f ? 0.0f : next;
-}
+using namespace store_rules;
 
 void expect_near(const Rows& actual, const Rows& expected) {
     for (size_t a = 0; a < expected.size(); ++a)
         for (size_t h = 0; h < expected[a].size(); ++h)
             EXPECT_NEAR(actual[a][h], expected[a][h], 2e-6f * std::fabs(expected[a][h]) + 1e-30f) << a << " " << h;
-}
-
-void set_mask(LockRecord& record, const std::vector<uint8_t>& mask) {
-    record.flags |= lock_flag_mask;
-    record.lock_mask = std::make_unique<uint8_t[]>(mask.size());
-    std::copy(mask.begin(), mask.end(), record.lock_mask.get());
-    record.lock_mask_length = int(mask.size());
-}
-
-Rows random_rows(std::mt19937& random, int actions, int hands, float low, float high) {
-    std::uniform_real_distribution<float> pick(low, high);
-    Rows rows(actions, std::vector<float>(hands));
-    for (auto& row : rows)
-        for (float& v : row) v = pick(random);
-    return rows;
 }
 
 RowLayout small_layout(int actions) {
@@ -93,7 +43,7 @@ TEST(FloatRowStorage, ReadsDefaultsPerActionUntilRowsHoldRegret) {
     values[0][6] = 1e-39f;                                           // a sum below the smallest normal
     for (int a = 0; a < 3; ++a) storage.write_row(-1, -1, a, values[a].data());
     const Rows strategy = read(storage, 3, -1, -1, training);
-    expect_near(strategy, strategy_model(values, training));
+    expect_near(strategy, regret_matching(values, training));
     EXPECT_EQ(strategy[0][6], 0.9f);
 }
 
@@ -114,7 +64,7 @@ TEST(FloatRowStorage, UpdatesFollowTheModelAndSkipFrozenHands) {
         storage.update_regrets(-1, -1, node.data(), actions.pointers.data(), {}, 1.0);
         for (int a = 0; a < 2; ++a)
             for (int h = 0; h < hands; ++h)
-                if (!mask[h]) model[a][h] = f32_regret_model(model[a][h], (actions.pointers[a] ? actions.rows[a][h] : 0.0f) - node[h]);
+                if (!mask[h]) model[a][h] = f32_regret(model[a][h], (actions.pointers[a] ? actions.rows[a][h] : 0.0f) - node[h]);
     }
     for (int a = 0; a < 2; ++a)
         for (int h = 0; h < hands; ++h) EXPECT_FLOAT_EQ(storage.action_row(a)[h], model[a][h]) << a << " " << h;
@@ -183,13 +133,13 @@ TEST(FloatArenaStorage, RowsAtLayoutOffsetsWithDefaultsByHandBeforeOpen) {
     for (int a = 0; a < 3; ++a) {
         for (int h = 0; h < 9; ++h) {
             stored[a][h] = block[24 + a * 12 + h];
-            EXPECT_FLOAT_EQ(stored[a][h], f32_regret_model(0.0f, actions.rows[a][h] - node[h]));
+            EXPECT_FLOAT_EQ(stored[a][h], f32_regret(0.0f, actions.rows[a][h] - node[h]));
         }
         for (int h = 9; h < 12; ++h) EXPECT_EQ(block[24 + a * 12 + h], 0.0f);  // padding
     }
     for (int i = 0; i < 24; ++i) EXPECT_EQ(block[i], 0.0f);  // row (0, 0)
     const std::vector<float> uniform(3, 1 / 3.0f);
-    expect_near(read(storage, 3, 0, 1, uniform), strategy_model(stored, uniform));
+    expect_near(read(storage, 3, 0, 1, uniform), regret_matching(stored, uniform));
 }
 
 TEST(FloatArenaStorage, StrategySumsSkipMaskedHandsAndAbsentRows) {
@@ -235,7 +185,7 @@ TEST(WordArenaStorage, TwoActionsReadAsFirstAndRestOthersWithPerActionDefaults) 
             storage.write_row(1, 0, a, values[a].data());
             defaults[a] = 0.1f * float(a + 1);
         }
-        expect_near(read(storage, actions, 1, 0, defaults), strategy_model(values, defaults));
+        expect_near(read(storage, actions, 1, 0, defaults), regret_matching(values, defaults));
     }
 }
 
@@ -278,7 +228,7 @@ TEST(WordArenaStorage, RegretUpdateAgainstModelWithMaskAndTiePooling) {
     set_mask(*storage.lock_record(1, 0), mask);
 
     std::mt19937 random(9);
-    std::vector<std::vector<int32_t>> model(3, std::vector<int32_t>(hands, 0));
+    std::vector<Row> model(3, Row(hands, 0));
     const std::vector<int16_t> ties = {2, 1, 4, 5};
     const float threshold = float(1.0 / 81.0);  // scale 81: gain 27
     for (int step = 0; step < 8; ++step) {
@@ -287,25 +237,9 @@ TEST(WordArenaStorage, RegretUpdateAgainstModelWithMaskAndTiePooling) {
         const bool pooled = step % 2 == 1;
         storage.update_regrets(1, 0, node.data(), actions.pointers.data(), pooled ? ties : std::vector<int16_t>{}, 81.0);
         for (int a = 0; a < 3; ++a) {
-            for (int h = 0; h < hands; ++h) {
-                const float d = actions.rows[a][h] - node[h];
-                const float root = std::sqrt(std::fabs(d));
-                const int32_t units = int32_t(27.0f * root * std::sqrt(root));
-                if (mask[h]) continue;
-                if (d >= threshold) model[a][h] = (model[a][h] + units) & 0xffff;
-                else if (d <= -threshold) model[a][h] = std::max(model[a][h] - units, 0);
-            }
-            // Pooling leaves frozen hands as they are, and out of the mean.
-            for (int position = 0, run = 0; pooled && run < int(ties.size()); position += ties[run++]) {
-                int32_t sum = 0, count = 0;
-                for (int h = position; h < position + ties[run]; ++h) {
-                    if (mask[h]) continue;
-                    sum += model[a][h];
-                    ++count;
-                }
-                for (int h = position; h < position + ties[run]; ++h)
-                    if (!mask[h]) model[a][h] = sum / count;
-            }
+            for (int h = 0; h < hands; ++h)
+                if (!mask[h]) model[a][h] = word_regret(model[a][h], actions.rows[a][h] - node[h], 27.0f, threshold);
+            if (pooled) pool_ties(model[a], std::span<const int16_t>(ties), mask.data());
         }
     }
     // Strategy sums never reach a regret store.

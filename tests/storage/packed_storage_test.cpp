@@ -1,4 +1,4 @@
-// Packed stores against a plain model of their rules, written out here: full
+// Packed stores against the plain rules of tests/reference/store_rules.h: full
 // open_group -> work -> close_group cycles over a chain of nodes sharing one
 // stream, in both stream modes and both widths.
 #include <gtest/gtest.h>
@@ -9,6 +9,7 @@
 #include <random>
 #include <vector>
 
+#include "reference/store_rules.h"
 #include "storage/block_row_stream.h"
 #include "storage/entropy_row_stream.h"
 #include "storage/memory_channel.h"
@@ -27,76 +28,8 @@ RowLayout layout_for(int actions) {
     return make_row_layout(actions, groups);
 }
 
-using Row = std::vector<uint32_t>;
+using namespace store_rules;
 using NodeValues = std::vector<std::vector<std::vector<Row>>>;  // [group][row][action][hand]
-
-// ---- the rules, as the model keeps them ------------------------------------
-
-int32_t truncated(float value) {
-    if (!(value >= -2147483648.0f && value < 2147483648.0f)) return INT32_MIN;
-    return static_cast<int32_t>(value);
-}
-
-// 16-bit regret in units of 1/scale; `gain` is scale^0.75.
-uint32_t regret_rule(uint32_t old, float d, float gain, float threshold) {
-    if (d >= threshold) return (old + uint32_t(truncated(gain * std::sqrt(d) * std::sqrt(std::sqrt(d))))) & 0xffff;
-    if (d <= -threshold) {
-        const float e = -d;
-        return uint32_t(std::max<int64_t>(int64_t(old) + truncated(-(gain * std::sqrt(e) * std::sqrt(std::sqrt(e)))), 0));
-    }
-    return old;
-}
-
-// Frozen hands stay as they are and out of the mean.
-void pool_rule(Row& row, const std::vector<int16_t>& runs, const uint8_t* frozen) {
-    int at = 0;
-    for (const int run : runs) {
-        if (run >= 1) {
-            uint64_t total = 0, count = 0;
-            for (int h = at; h < at + run; ++h) {
-                if (frozen && frozen[h]) continue;
-                total += row[h];
-                ++count;
-            }
-            for (int h = at; h < at + run; ++h)
-                if (count > 0 && !(frozen && frozen[h])) row[h] = uint32_t(total / count);
-        }
-        at += run;
-    }
-}
-
-uint32_t sum_rule(uint32_t old, float strategy, float weight, float reach) {
-    const float scaled = weight * reach;
-    return uint32_t(truncated(0.5f + strategy * scaled + float(old)));
-}
-
-// Regret matching on 16-bit rows: a sum of 0 takes the defaults, and with two
-// actions the second is what the first leaves.
-std::vector<float> regret_strategy(const std::vector<Row>& rows, int h, const std::vector<float>& defaults) {
-    const int actions = int(rows.size());
-    uint32_t sum = 0;
-    for (const Row& row : rows) sum += row[h];
-    std::vector<float> result(actions);
-    for (int a = 0; a < actions; ++a) result[a] = sum > 0 ? float(rows[a][h]) / float(sum) : defaults[a];
-    if (actions == 2) result[1] = 1.0f - result[0];
-    return result;
-}
-
-// Normalised sums: an unusable sum gives 1/A with defaults, 0 without.
-std::vector<float> sum_strategy(const std::vector<Row>& rows, int h, bool defaults_given) {
-    const int actions = int(rows.size());
-    uint32_t sum = 0;
-    for (const Row& row : rows) sum += row[h];
-    std::vector<float> result(actions);
-    for (int a = 0; a < actions; ++a) {
-        if (float(sum) >= 1.1754944e-38f) {
-            result[a] = float(rows[a][h]) / float(sum);
-        } else {
-            result[a] = defaults_given ? 1.0f / float(actions) : 0.0f;
-        }
-    }
-    return result;
-}
 
 // ---- a chain of nodes of one player -----------------------------------------
 
@@ -182,8 +115,8 @@ protected:
         node.store->read_strategy(pointers.data(), g, r,
                                   without_defaults ? std::span<const float>() : std::span<const float>(defaults));
         for (int h = 0; h < hands; ++h) {
-            const std::vector<float> expected = narrow() ? regret_strategy(node.model[g][r], h, defaults)
-                                                         : sum_strategy(node.model[g][r], h, !without_defaults);
+            const std::vector<float> expected = narrow() ? integer_regret_matching(node.model[g][r], h, defaults)
+                                                         : normalised_sums(node.model[g][r], h, !without_defaults);
             for (int a = 0; a < actions; ++a) ASSERT_NEAR(out[a][h], expected[a], 2e-6f) << g << " " << r << " " << h;
         }
     }
@@ -216,9 +149,9 @@ protected:
                 for (int h = 0; h < hands; ++h) {
                     if (frozen && frozen[h]) continue;
                     const float d = (pointers[a] ? pointers[a][h] : 0.0f) - node_value[h];
-                    row[h] = regret_rule(row[h], d, 64.0f, 1.0f / scale);
+                    row[h] = word_regret(row[h], d, 64.0f, 1.0f / scale);
                 }
-                if (pooled) pool_rule(row, ties, frozen);
+                if (pooled) pool_ties(row, std::span<const int16_t>(ties), frozen);
             }
             return;
         }
@@ -247,7 +180,7 @@ protected:
         if (!keep) return;
         for (int a = 0; a < actions; ++a)
             for (int h = 0; h < hands; ++h)
-                if (!(frozen && frozen[h])) node.model[g][r][a][h] = sum_rule(node.model[g][r][a][h], strategy[a][h], weight, reach[h]);
+                if (!(frozen && frozen[h])) node.model[g][r][a][h] = integer_sum(node.model[g][r][a][h], strategy[a][h], weight, reach[h]);
     }
 
     // Passes over the given groups: check every row, then train it. The third

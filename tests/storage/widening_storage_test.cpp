@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "reference/store_rules.h"
 #include "storage/codes/memory_blocks.h"
 #include "storage/memory_channel.h"
 #include "storage/storage_assignment.h"
@@ -24,10 +25,7 @@ RowLayout layout_for(int actions) {
     return make_row_layout(actions, groups);
 }
 
-int32_t truncated(float value) {
-    if (!(value >= -2147483648.0f && value < 2147483648.0f)) return INT32_MIN;
-    return static_cast<int32_t>(value);
-}
+using store_rules::truncated;
 
 // The store's rules on plain arrays: values[g][r][a][h], a growth bound per
 // row while its group is narrow, a wide flag per group.
@@ -73,12 +71,8 @@ struct Model {
         }
     }
 
-    // Normalised sums; an unusable sum gives 1/A with defaults, else 0.
     float share(int g, int r, int a, int h, bool defaults_given) const {
-        uint32_t sum = 0;
-        for (int b = 0; b < actions; ++b) sum += values[g][r][b][h];
-        if (float(sum) >= 1.1754944e-38f) return float(values[g][r][a][h]) / float(sum);
-        return defaults_given ? 1.0f / float(actions) : 0.0f;
+        return store_rules::normalised_sums(values[g][r], h, defaults_given)[a];
     }
 };
 
