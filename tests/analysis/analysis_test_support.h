@@ -14,7 +14,7 @@
 #include "shell/protocol/reply.h"
 #include "shell/protocol/settings.h"
 #include "solver/river_rows.h"
-#include "tree/board_test_support.h"
+#include "reference/boards.h"
 #include "tree/boards.h"
 #include "tree/build.h"
 #include "tree/engine.h"

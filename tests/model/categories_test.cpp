@@ -7,7 +7,7 @@
 
 #include "model/cards.h"
 #include "model/hand_strength.h"
-#include "model/reference_hand_value.h"
+#include "reference/hand_value.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <random>
 
 #include "model/cards.h"
-#include "model/reference_hand_value.h"
+#include "reference/hand_value.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include "shell/protocol/cpu_info.h"
 #include "shell/protocol/processor.h"
 #include "solver/kernels/kernels.h"
-#include "tree/board_test_support.h"
+#include "reference/boards.h"
 #include "tree/boards.h"
 
 namespace {

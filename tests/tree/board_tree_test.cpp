@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "tree/board_test_support.h"
+#include "reference/boards.h"
 #include "tree/boards.h"
 
 namespace {

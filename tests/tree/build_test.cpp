@@ -3,7 +3,7 @@
 
 #include <vector>
 
-#include "board_test_support.h"
+#include "reference/boards.h"
 #include "model/lines.h"
 #include "shell/protocol/settings.h"
 #include "tree/boards.h"

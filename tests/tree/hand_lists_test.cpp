@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <tuple>
 
-#include "tree/board_test_support.h"
+#include "reference/boards.h"
 #include "tree/boards.h"
 
 namespace {

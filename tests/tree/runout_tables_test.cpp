@@ -3,7 +3,7 @@
 // one hand wins less those it loses, and nothing for hands that share a card.
 #include <gtest/gtest.h>
 
-#include "tree/board_test_support.h"
+#include "reference/boards.h"
 #include "tree/boards.h"
 #include "tree/isomorphism.h"
 
