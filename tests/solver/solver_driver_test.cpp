@@ -154,25 +154,4 @@ TEST_F(SolverDriverTest, StrategySumsStartAfterIterationSixty) {
     EXPECT_GT(root_sum_total(), 0.0f);
 }
 
-TEST_F(SolverDriverTest, ALockedRowKeepsItsStrategy) {
-    open_all_storage(*engine);
-    TreeNode& root = engine->nodes[0];
-    root.regrets->lock_record(engine->root_turn_group, engine->root_river_row)->flags |= lock_flag_node;
-    for (int i = 0; i < 70; ++i) run_iteration(*engine);
-    const int actions = static_cast<int>(root.children.size());
-    const int count = root.regrets->row_length(engine->root_turn_group, engine->root_river_row);
-    std::vector<std::vector<float>> rows(actions, std::vector<float>(count));
-    std::vector<float*> pointers;
-    for (auto& row : rows) pointers.push_back(row.data());
-    std::vector<float> defaults(actions, 0.25f);
-    root.regrets->read_strategy(pointers.data(), engine->root_turn_group, engine->root_river_row, defaults);
-    for (const auto& row : rows)
-        for (const float value : row) EXPECT_EQ(value, 0.25f);  // nothing learnt: the defaults
-    EXPECT_EQ(root_sum_total(), 0.0f);                            // and nothing summed
-    // Below the lock the game is still solved against it.
-    const SolverProgressRecord results = calc_results_now();
-    EXPECT_GE(results.mes_oop, results.ev_oop - 0.01);
-    EXPECT_NEAR(results.ev_oop + results.ev_ip, 0.0, 0.01);
-}
-
 }  // namespace

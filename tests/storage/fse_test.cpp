@@ -116,12 +116,4 @@ TEST(FseTable, NormalisedCountsFillTheTableAndKeepEverySymbol) {
     }
 }
 
-TEST(FseTable, TableLogFollowsBlockSizeAndAlphabet) {
-    EXPECT_EQ(choose_table_log(65536, 255), 11);
-    EXPECT_EQ(choose_table_log(65536, 3), 11);
-    EXPECT_EQ(choose_table_log(40, 3), 5);    // small blocks are clamped to the least table
-    EXPECT_EQ(choose_table_log(300, 200), 9);  // 201 symbols need 512 cells
-    EXPECT_EQ(choose_table_log(65536, 255, 20), 12);
-}
-
 }  // namespace
