@@ -79,6 +79,27 @@ TEST(Fse, RareSymbolsKeepACellAndDecode) {
     EXPECT_GT(round_trip(source), 1u);
 }
 
+// A block must use every bit it has: one with a spare byte between its table
+// and its bits (the last bits the reader would come to) is damaged, even
+// though every symbol decodes before the reader gets there.
+TEST(Fse, BitsLeftOverAreDamage) {
+    std::mt19937 random(3);
+    for (size_t size : {100, 4096, 65536}) {
+        const std::vector<uint8_t> source = skewed_bytes(random, size, 0.3);
+        std::vector<uint8_t> coded = coded_buffer(size);
+        const size_t length = fse_compress(source.data(), size, coded.data());
+        ASSERT_GT(length, 1u) << size;
+        FseCounts counts;
+        const size_t header = read_fse_header(coded.data(), length, counts);
+        ASSERT_GT(header, 0u);
+        std::vector<uint8_t> padded(coded.begin(), coded.begin() + length);
+        padded.insert(padded.begin() + header, uint8_t{0x5a});
+        padded.resize(padded.size() + fse_input_padding);
+        std::vector<uint8_t> back(size);
+        EXPECT_FALSE(fse_decompress(padded.data(), length + 1, back.data(), size)) << size;
+    }
+}
+
 TEST(FseTable, NormalisedCountsFillTheTableAndKeepEverySymbol) {
     std::mt19937 random(5);
     for (int trial = 0; trial < 300; ++trial) {
