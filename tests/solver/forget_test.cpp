@@ -12,6 +12,7 @@
 #include "solver/solver_driver.h"
 #include "solver/subgame_solve.h"
 #include "solver/walk.h"
+#include "shell/protocol/hand_vector.h"
 #include "solver_test_support.h"
 #include "tree/boards.h"
 #include "tree/street_storage.h"
@@ -68,6 +69,49 @@ std::vector<float> acting_reach(const RiverSpot& spot) {
     return reach;
 }
 
+// The acting player's value of each action at the spot, per hand, against
+// the strategies in place and the opponent's entry reach: per unit of the
+// opposing reach the hand meets, so in chips. One row per action.
+std::vector<std::vector<double>> action_values(const RiverSpot& spot) {
+    SubgameEngine& e = *engine;
+    TreeNode& node = e.nodes[spot.node];
+    const int player = node.player;
+    const RunoutBoard& river = e.root_board->turns[spot.turn].rivers[spot.river];
+    const int count = hand_count(spot);
+    const HandVector& sum = node.cache[spot.turn].reach_sum[1 - player];
+    HandVector reach(count);
+    reach.resize(count, true);
+    for (int h = 0; h < count; ++h) reach.data[h] = sum.data[river.image_tables[0][h]];
+    ensure_vector_pool(static_cast<int>(e.root_weights[0].size()));
+    e.mode = mode_evaluate;
+    e.traverser = player;
+    e.phase = phase_subgames;
+    const auto walk_at = [&](TreeNode& at) {
+        WalkFrame frame;
+        frame.engine = &e;
+        frame.node = &at;
+        frame.turn = spot.turn;
+        frame.river = spot.river;
+        frame.reach = reach.clone(true);
+        walk(frame);
+        std::vector<double> value(count, 0.0);
+        for (int h = 0; h < count && frame.value.data; ++h) value[h] = frame.value.data[h];
+        return value;
+    };
+    // The node itself first: it sets the showdown masks its subtree reads.
+    walk_at(node);
+    std::vector<std::vector<double>> values;
+    for (const int32_t child : node.children) values.push_back(walk_at(e.nodes[child]));
+    for (int h = 0; h < count; ++h) {
+        double met = 0;
+        for (int o = 0; o < count; ++o)
+            if (!(river.hands[o] & river.hands[h])) met += reach.data[o];
+        for (auto& row : values) row[h] = met > 0 ? row[h] / met : 0.0;
+    }
+    e.phase = phase_descent;
+    return values;
+}
+
 class ForgetTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -97,8 +141,11 @@ TEST_F(ForgetTest, RiverSubgamesFromFrozenReachMatchTheFullSolve) {
     // The reach the enumeration freezes is what the full solve played
     // against: its river strategy is already an equilibrium of each subgame.
     enumerate_subgames(*engine, river_street);
-    for (const RiverSpot& spot : spots)
+    std::vector<std::vector<std::vector<double>>> values;
+    for (const RiverSpot& spot : spots) {
         EXPECT_LT(subgame_exploitability(*engine, engine->nodes[spot.node], spot.turn, spot.river), 0.005);
+        values.push_back(action_values(spot));
+    }
 
     forget_street(*engine, river_street);
     EXPECT_TRUE(engine->flags & incomplete_tree_flag);
@@ -115,12 +162,17 @@ TEST_F(ForgetTest, RiverSubgamesFromFrozenReachMatchTheFullSolve) {
     EXPECT_EQ(after.exploitable, before.exploitable);
     EXPECT_EQ(after.ev_oop, before.ev_oop);
 
-    recalc_accuracy[river_street - 1] = 0.005;
-    int compared = 0, agreeing = 0;
+    // A subgame may have many equilibria, and a hand indifferent between two
+    // actions mixes them one way in one and another way in the next. A hand
+    // whose best action, against the full solve, beats its next by 3 chips
+    // plays it in every one: there both solves must agree to a hundredth.
+    constexpr double separated_chips = 3.0;
+    recalc_accuracy[river_street - 1] = 0.001;
+    int reached = 0, compared = 0, agreeing = 0;
     for (size_t s = 0; s < spots.size(); ++s) {
         const RiverSpot& spot = spots[s];
-        const double exploitability = solve_on_demand(*engine, spot.node, spot.turn, spot.river);
-        EXPECT_LE(exploitability, 0.005);
+        // Within the 1000 passes; most stop at 0.001.
+        EXPECT_LE(solve_on_demand(*engine, spot.node, spot.turn, spot.river), 0.005);
         // A second query on the card solves nothing.
         EXPECT_EQ(solve_on_demand(*engine, spot.node, spot.turn, spot.river), 0.0);
         const std::vector<float> again = strategy_at(spot);
@@ -130,20 +182,25 @@ TEST_F(ForgetTest, RiverSubgamesFromFrozenReachMatchTheFullSolve) {
         const size_t actions = engine->nodes[spot.node].children.size();
         for (int h = 0; h < count; ++h) {
             if (!(reach[h] > 0.05f * largest)) continue;
+            reached += static_cast<int>(actions);
+            std::vector<double> value;
+            for (size_t a = 0; a < actions; ++a) value.push_back(values[s][a][h]);
+            std::sort(value.rbegin(), value.rend());
+            if (value[0] - value[1] < separated_chips) continue;
             for (size_t a = 0; a < actions; ++a) {
                 ++compared;
                 agreeing += std::fabs(again[a * count + h] - full[s][a * count + h]) <= 0.01f;
             }
         }
     }
-    // Two equilibria of one subgame may mix differently where a hand is
-    // indifferent; most shares still agree to a hundredth.
-    ASSERT_GT(compared, 300);
-    EXPECT_GT(agreeing, compared * 3 / 4) << agreeing << " of " << compared;
+    EXPECT_EQ(agreeing, compared);
+    // Most reached hands are that clear (1358 of 2192 shares): the check is
+    // no small sample.
+    EXPECT_GT(compared, reached / 2) << compared << " of " << reached << " shares";
     EXPECT_TRUE(engine->flags & incomplete_tree_flag);
 }
 
-TEST_F(ForgetTest, EntriesAreScaledAndRebuiltTreesSolveAgain) {
+TEST_F(ForgetTest, RebuiltTurnTreesSolveTheirRiversAgain) {
     train(100);
     const SolverProgressRecord before = calc_results_now();
     const int32_t iterations = engine->iterations;
