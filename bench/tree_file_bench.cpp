@@ -5,7 +5,12 @@
 // and the seconds of build_tree alone, which every load does first.
 //
 //   tree_file_bench <spot file> [--iterations N] [--levels L1,L2,...] [--threads N] [--repeat K]
-//                   [--folder DIR]
+//                   [--folder DIR] [--keep]
+//   tree_file_bench --load FILE [--repeat K]
+//
+// --keep leaves each level's file in the folder (tree_file_bench.<level>.tree);
+// --load times only load_tree of such a file, beside cp+sync, without a
+// solve: two builds of the harness can then take turns on the same file.
 //
 // Defaults: 110 iterations, levels "none,max", 2 threads, 3 repeats, the
 // folder of the spot file's copy in /tmp. Each figure is the median of the
@@ -41,6 +46,8 @@ struct Options {
     int threads = 2;
     int repeat = 3;
     std::string folder = "/tmp";
+    bool keep = false;
+    std::string load;  // a file to time the load of, without a solve
 };
 
 std::vector<std::string> split(const std::string& text) {
@@ -59,16 +66,18 @@ Options parse(int argc, char** argv) {
     Options o;
     const char* usage =
         "tree_file_bench <spot file> [--iterations N] [--levels L1,L2,...] [--threads N] [--repeat K] "
-        "[--folder DIR]";
+        "[--folder DIR] [--keep] | --load FILE [--repeat K]";
     o.spot = read_command_line(
         argc, argv,
         {{"--iterations", [&](const char* v) { return (o.iterations = std::atoi(v)), true; }},
          {"--levels", [&](const char* v) { return (o.levels = split(v)), true; }},
          {"--threads", [&](const char* v) { return (o.threads = std::atoi(v)), true; }},
          {"--repeat", [&](const char* v) { return (o.repeat = std::max(1, std::atoi(v))), true; }},
-         {"--folder", [&](const char* v) { return (o.folder = v), true; }}},
+         {"--folder", [&](const char* v) { return (o.folder = v), true; }},
+         {"--keep", [&](const char*) { return (o.keep = true); }, true},
+         {"--load", [&](const char* v) { return (o.load = v), true; }}},
         usage);
-    if (o.spot.empty() || o.levels.empty()) bench_usage(usage);
+    if (o.load.empty() ? o.spot.empty() || o.levels.empty() : !o.spot.empty()) bench_usage(usage);
     return o;
 }
 
@@ -115,7 +124,7 @@ void bench_level(const Options& options, const std::vector<std::string>& lines, 
     const double solve_seconds = seconds_since(start);
     const int64_t stores = storage_bytes_in_use();
 
-    const std::string path = options.folder + "/tree_file_bench.tree";
+    const std::string path = options.folder + "/tree_file_bench." + (options.keep ? level + "." : "") + "tree";
     const std::string copy = options.folder + "/tree_file_bench.copy";
     const std::string replies = options.folder + "/tree_file_bench.replies";
     std::vector<double> dumps, loads, copies;
@@ -154,7 +163,40 @@ void bench_level(const Options& options, const std::vector<std::string>& lines, 
                 stores > 0 ? static_cast<double>(size) / static_cast<double>(stores) : 0.0, dump, megabytes / dump,
                 dump / cp, load, megabytes / load, load / cp, rebuild, cp, megabytes / cp);
     std::fflush(stdout);
-    std::remove(path.c_str());
+    if (!options.keep) std::remove(path.c_str());
+    std::remove(replies.c_str());
+}
+
+// Loads of a kept file, each followed by cp+sync of it.
+void bench_load(const Options& options) {
+    const std::string copy = options.load + ".copy";
+    const std::string replies = options.load + ".replies";
+    std::vector<double> loads, copies;
+    for (int r = 0; r < options.repeat; ++r) {
+        uint64_t start = clock_ns();
+        run_checked("load_tree " + options.load, replies);
+        loads.push_back(seconds_since(start));
+        const std::string cp = "cp '" + options.load + "' '" + copy + "' && sync '" + copy + "'";
+        start = clock_ns();
+        if (std::system(cp.c_str()) != 0) {
+            std::fprintf(stderr, "%s failed\n", cp.c_str());
+            std::exit(1);
+        }
+        copies.push_back(seconds_since(start));
+        std::remove(copy.c_str());
+    }
+    std::vector<double> builds;
+    for (int r = 0; r < options.repeat; ++r) {
+        const uint64_t start = clock_ns();
+        run_quietly({"build_tree"});
+        builds.push_back(seconds_since(start));
+    }
+    const double megabytes = static_cast<double>(file_bytes(options.load)) / (1 << 20);
+    const double load = median(loads), cp = median(copies);
+    std::printf("file %s %.1f MB | load %.3f s %.0f MB/s (%.2f x cp; build_tree alone %.3f s) | "
+                "cp+sync %.3f s %.0f MB/s\n",
+                options.load.c_str(), megabytes, load, megabytes / load, load / cp, median(builds), cp,
+                megabytes / cp);
     std::remove(replies.c_str());
 }
 
@@ -163,6 +205,12 @@ void bench_level(const Options& options, const std::vector<std::string>& lines, 
 int main(int argc, char** argv) {
     const Options options = parse(argc, argv);
     start_engine(omp_get_max_threads());
+    if (!options.load.empty()) {
+        threads = options.threads;
+        omp_set_num_threads(threads);
+        bench_load(options);
+        return 0;
+    }
     const std::vector<std::string> lines = read_spot_lines(options.spot);
     std::printf("spot %s, %d threads, %d iterations, median of %d, files in %s\n", options.spot.c_str(),
                 options.threads, options.iterations, options.repeat, options.folder.c_str());

@@ -115,8 +115,10 @@ std::unique_ptr<RootBoard> make_boards(CardMask flop, Card turn, Card river, boo
 void SetHoles(RootBoard& root, const double* weights_oop, const double* weights_ip);
 
 // Makes the runout table of every turn board, once its lists are built. A
-// board whose rivers' image tables lack some image gets none.
-void build_runout_tables(RootBoard& root);
+// board whose rivers' image tables lack some image gets none. The AVX2 form
+// is used where it runs unless `allow_avx2` is false; both give the same
+// tables.
+void build_runout_tables(RootBoard& root, bool allow_avx2 = true);
 
 // The list, strengths and image tables of one runout board, from its parent's
 // list; used by build_turn and build_river. An image missing from the parent

@@ -38,25 +38,28 @@ void expect_table_counts(const RunoutBoard& turn) {
 }
 
 // Stored river cards stand for up to four real ones under suit isomorphism;
-// the table must count every real card all the same.
+// the table must count every real card all the same, in the plain form and
+// the AVX2 one.
 TEST_F(RunoutTables, CountEveryRealRiverWithAndWithoutIsomorphism) {
     const RangeVector oop = class_range(11, 0.85);
     const RangeVector ip = class_range(12, 0.85);
     for (const bool isomorphic : {true, false}) {
-        // The boards of an isomorphic tree are kept in canonical suits.
-        CardMask flop = parse_cards("Qs Jh 2h"), no_turn = 0, no_river = 0;
-        SuitOrder order = identity_suit_order();
-        if (isomorphic) canonical_suits(order, flop, no_turn, no_river);
-        auto root = make_boards(flop, -1, -1, isomorphic);
-        SetHoles(*root, oop.data(), ip.data());
-        build_runout_tables(*root);
-        // Turns of a suit the flop lacks (stored once for two suits under
-        // isomorphism), turns that pair the board, third hearts.
-        for (const char* card : {"5c", "5d", "Qc", "9h"}) {
-            const int turn = root->turn_of_card[order_card(card_of(card), order)];
-            if (turn < 0) continue;  // stored as its image
-            SCOPED_TRACE(std::string(card) + (isomorphic ? " isomorphic" : " plain"));
-            expect_table_counts(root->turns[turn]);
+        for (const bool vector : {true, false}) {
+            // The boards of an isomorphic tree are kept in canonical suits.
+            CardMask flop = parse_cards("Qs Jh 2h"), no_turn = 0, no_river = 0;
+            SuitOrder order = identity_suit_order();
+            if (isomorphic) canonical_suits(order, flop, no_turn, no_river);
+            auto root = make_boards(flop, -1, -1, isomorphic);
+            SetHoles(*root, oop.data(), ip.data());
+            build_runout_tables(*root, vector);
+            // Turns of a suit the flop lacks (stored once for two suits under
+            // isomorphism), turns that pair the board, third hearts.
+            for (const char* card : {"5c", "5d", "Qc", "9h"}) {
+                const int turn = root->turn_of_card[order_card(card_of(card), order)];
+                if (turn < 0) continue;  // stored as its image
+                SCOPED_TRACE(std::string(card) + (isomorphic ? " isomorphic" : " plain") + (vector ? " avx2" : ""));
+                expect_table_counts(root->turns[turn]);
+            }
         }
     }
 }
@@ -70,9 +73,11 @@ TEST_F(RunoutTables, CountTheRiversOfAFixedTurn) {
     canonical_suits(order, flop, turn, no_river);
     auto root = make_boards(flop, __builtin_ctzll(turn), -1, true);
     SetHoles(*root, oop.data(), ip.data());
-    build_runout_tables(*root);
-    ASSERT_EQ(root->turns.size(), 1u);
-    expect_table_counts(root->turns[0]);
+    for (const bool vector : {true, false}) {
+        build_runout_tables(*root, vector);
+        ASSERT_EQ(root->turns.size(), 1u);
+        expect_table_counts(root->turns[0]);
+    }
 }
 
 }  // namespace
