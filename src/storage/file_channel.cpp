@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -61,29 +62,44 @@ FileReadChannel::~FileReadChannel() {
     if (fd_ >= 0) ::close(fd_);
 }
 
+void FileReadChannel::read_exactly(uint8_t* target, int64_t bytes) {
+    while (bytes > 0) {
+        ssize_t got;
+        do {
+            got = ::read(fd_, target, static_cast<size_t>(bytes));
+        } while (got < 0 && errno == EINTR);
+        if (got < 0) refuse_errno("can't read from file", errno);
+        if (got == 0) refuse("can't read from file", "unexpected end of file");
+        target += got;
+        bytes -= got;
+        consumed_ += got;
+    }
+}
+
+void FileReadChannel::refill() {
+    ssize_t got;
+    do {
+        got = ::read(fd_, buffer_.data(), static_cast<size_t>(refill_bytes_));
+    } while (got < 0 && errno == EINTR);
+    if (got < 0) refuse_errno("can't read from file", errno);
+    if (got == 0) refuse("can't read from file", "unexpected end of file");
+    position_ = 0;
+    filled_ = got;
+    refill_bytes_ = std::min(2 * refill_bytes_, file_channel_buffer_bytes);
+}
+
 void FileReadChannel::transfer(void* destination, int64_t bytes) {
     auto* out = static_cast<uint8_t*>(destination);
     while (bytes > 0) {
         if (position_ == filled_) {
-            // Large sections go straight to their place; small fields come
-            // out of the buffer.
-            const bool direct = bytes >= file_channel_buffer_bytes;
-            uint8_t* target = direct ? out : buffer_.data();
-            const int64_t wanted = direct ? bytes : file_channel_buffer_bytes;
-            ssize_t got;
-            do {
-                got = ::read(fd_, target, static_cast<size_t>(wanted));
-            } while (got < 0 && errno == EINTR);
-            if (got < 0) refuse_errno("can't read from file", errno);
-            if (got == 0) refuse("can't read from file", "unexpected end of file");
-            if (direct) {
-                out += got;
-                bytes -= got;
-                consumed_ += got;
-                continue;
+            // Large sections go straight to their place, in one copy; small
+            // fields come out of the buffer.
+            if (bytes >= file_channel_direct_bytes) {
+                read_exactly(out, bytes);
+                refill_bytes_ = file_channel_first_refill_bytes;
+                return;
             }
-            position_ = 0;
-            filled_ = got;
+            refill();
         }
         const int64_t taken = std::min(bytes, filled_ - position_);
         std::memcpy(out, buffer_.data() + position_, static_cast<size_t>(taken));

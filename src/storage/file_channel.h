@@ -11,6 +11,13 @@
 // Blocks of this size go between the channels and the system; the sections
 // are mostly fields of a few bytes.
 constexpr int64_t file_channel_buffer_bytes = int64_t{1} << 20;
+// A read of at least this many bytes goes from the system straight to its
+// place, past the buffer.
+constexpr int64_t file_channel_direct_bytes = int64_t{32} << 10;
+// After such a read the buffer takes this much at first, doubling while only
+// small fields follow: the fields between two large sections then come from a
+// short read, and the next section's bytes are left for its own direct read.
+constexpr int64_t file_channel_first_refill_bytes = int64_t{4} << 10;
 
 // Reads a regular file front to back. Every failure is a refusal of the
 // command: "can't open file (<reason>)", "can't read from file (<reason>)",
@@ -27,8 +34,13 @@ public:
     int64_t remaining() const override { return file_size_ - consumed_; }
 
 private:
+    // Reads exactly `bytes` into `target`, or refuses.
+    void read_exactly(uint8_t* target, int64_t bytes);
+    void refill();
+
     int fd_ = -1;
     int64_t file_size_ = 0;
+    int64_t refill_bytes_ = file_channel_buffer_bytes;  // what the next refill asks for
     int64_t consumed_ = 0;  // bytes handed out so far
     std::vector<uint8_t> buffer_;
     int64_t position_ = 0;  // read cursor in the buffer

@@ -90,7 +90,9 @@ void FloatRowStorage::save(ByteChannel& channel) const {
 
 void FloatRowStorage::load(ByteChannel& channel) {
     load_lock_record(channel, lock_, hand_count_);
-    open();
+    // The rows of a store opened before the load are zero still; the file
+    // fills them but for the padding of each stride.
+    if (!rows_) open();
     const int64_t row_bytes = int64_t{hand_count_} * sizeof(float);
     for (int a = 0; a < action_count_; ++a) {
         channel.transfer(rows_.get() + size_t(a) * row_stride(hand_count_), row_bytes);

@@ -52,31 +52,52 @@ std::vector<uint8_t> pattern(size_t size) {
     return bytes;
 }
 
+// Sections on either side of the size that is read past the buffer, each
+// between runs of small fields, as stream sections lie in a tree file.
 TEST_F(FileChannelTest, WritesAndReadsBackSmallFieldsAndLargeSections) {
-    const std::vector<uint8_t> large = pattern(3 * file_channel_buffer_bytes + 123);
+    const int64_t sizes[] = {file_channel_direct_bytes - 1, file_channel_direct_bytes, 3 * file_channel_direct_bytes + 5,
+                             file_channel_first_refill_bytes, 3 * file_channel_buffer_bytes + 123};
+    int64_t total = 0;
     {
         FileWriteChannel out(path("tree"));
-        for (uint32_t i = 0; i < 1000; ++i) write_field<uint32_t>(out, i);
-        out.transfer(const_cast<uint8_t*>(large.data()), static_cast<int64_t>(large.size()));
+        for (const int64_t size : sizes) {
+            for (uint32_t i = 0; i < 1000; ++i) write_field<uint32_t>(out, i);
+            std::vector<uint8_t> section = pattern(static_cast<size_t>(size));
+            out.transfer(section.data(), size);
+            total += 4000 + size;
+        }
         write_field<uint8_t>(out, 9);
         out.commit();
     }
     EXPECT_EQ(names(), std::vector<std::string>{"tree"});
 
     FileReadChannel in(path("tree"));
-    EXPECT_EQ(in.remaining(), static_cast<int64_t>(4000 + large.size() + 1));
-    for (uint32_t i = 0; i < 1000; ++i) ASSERT_EQ(read_field<uint32_t>(in), i);
-    std::vector<uint8_t> back(large.size());
-    in.transfer(back.data(), static_cast<int64_t>(back.size()));
-    EXPECT_EQ(back, large);
+    EXPECT_EQ(in.remaining(), total + 1);
+    for (const int64_t size : sizes) {
+        for (uint32_t i = 0; i < 1000; ++i) ASSERT_EQ(read_field<uint32_t>(in), i);
+        std::vector<uint8_t> back(static_cast<size_t>(size));
+        in.transfer(back.data(), size);
+        ASSERT_EQ(back, pattern(static_cast<size_t>(size))) << size;
+    }
     EXPECT_EQ(read_field<uint8_t>(in), 9);
     EXPECT_EQ(in.remaining(), 0);
-    try {
-        read_field<uint8_t>(in);
-        FAIL() << "read past the end";
-    } catch (const std::runtime_error& error) {
-        EXPECT_NE(std::string(error.what()).find("can't read from file (unexpected end of file)"), std::string::npos);
-    }
+    auto expect_early_end = [](auto read) {
+        try {
+            read();
+            FAIL() << "read past the end";
+        } catch (const std::runtime_error& error) {
+            EXPECT_NE(std::string(error.what()).find("can't read from file (unexpected end of file)"),
+                      std::string::npos);
+        }
+    };
+    expect_early_end([&] { read_field<uint8_t>(in); });
+    // A large section that the file cuts short, read straight into place.
+    fs::resize_file(path("tree"), 4000 + sizes[0] + 2000);
+    FileReadChannel cut(path("tree"));
+    std::vector<uint8_t> back(static_cast<size_t>(sizes[0]));
+    cut.transfer(back.data(), 4000);
+    cut.transfer(back.data(), sizes[0]);
+    expect_early_end([&] { cut.transfer(back.data(), sizes[1]); });
 }
 
 TEST_F(FileChannelTest, AnUncommittedWriteLeavesTheOldFile) {
