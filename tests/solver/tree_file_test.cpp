@@ -2,6 +2,10 @@
 // tests' writer of older versions, and damaged ones refused without harm.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
 #include <random>
 
 #include "solver/node_strategy.h"
@@ -9,6 +13,7 @@
 #include "solver/tree_file_commands.h"
 #include "solver/walk.h"
 #include "solver_test_support.h"
+#include "storage/file_channel.h"
 #include "storage/float_row_storage.h"
 #include "tree/boards.h"
 #include "tree_file_writer.h"
@@ -60,21 +65,29 @@ void load_bytes(const std::vector<uint8_t>& bytes) {
     EXPECT_TRUE(channel.at_end());
 }
 
-// Where each field the reader takes of a file starts. Loads the file.
-std::vector<size_t> field_starts(const std::vector<uint8_t>& file) {
+// Where each field the reader takes of a file starts, and where its 16- and
+// 32-bit fields (counts and sizes among them) start. Loads the file.
+struct FieldStarts {
+    std::vector<size_t> all, counts;
+};
+
+FieldStarts field_starts(const std::vector<uint8_t>& file) {
     struct RecordingChannel : MemoryChannel {
         RecordingChannel() : MemoryChannel(-1) {}
         void transfer(void* buffer, int64_t count) override {
-            starts.push_back(position);
+            starts.all.push_back(position);
+            if (count == 2 || count == 4) starts.counts.push_back(position);
             MemoryChannel::transfer(buffer, count);
         }
-        std::vector<size_t> starts;
+        FieldStarts starts;
     } channel;
     channel.bytes = file;
     channel.rewind();
     read_tree_file(channel, solver_tree_file_hooks());
-    std::sort(channel.starts.begin(), channel.starts.end());
-    channel.starts.erase(std::unique(channel.starts.begin(), channel.starts.end()), channel.starts.end());
+    for (std::vector<size_t>* starts : {&channel.starts.all, &channel.starts.counts}) {
+        std::sort(starts->begin(), starts->end());
+        starts->erase(std::unique(starts->begin(), starts->end()), starts->end());
+    }
     return channel.starts;
 }
 
@@ -310,7 +323,7 @@ TEST_F(TreeFileTest, TreeForgottenFromTheRiver) {
 // hang or an allocation beyond the file; the tree that was there stays.
 TEST_F(TreeFileTest, DamagedFilesLeaveTheTreeAlone) {
     std::vector<std::vector<uint8_t>> files;
-    std::vector<std::vector<size_t>> boundaries;
+    std::vector<FieldStarts> boundaries;
     for (const int level : {1, 3, 4, 5}) {
         build_for_version(small_flop_game(), level, 7);
         solve(3);
@@ -325,9 +338,19 @@ TEST_F(TreeFileTest, DamagedFilesLeaveTheTreeAlone) {
 
     std::mt19937 random(7);
     int refused = 0, loaded = 0;
-    auto attempt = [&](const std::vector<uint8_t>& bytes) {
+    const std::string disk_file = testing::TempDir() + "tavrek_damaged_" + std::to_string(getpid()) + ".tree";
+    // A file on disk reads through the program's channel, whose early ends
+    // come from the system.
+    auto attempt = [&](const std::vector<uint8_t>& bytes, bool from_disk = false) {
         try {
-            load_bytes(bytes);
+            if (from_disk) {
+                std::ofstream(disk_file, std::ios::binary)
+                    .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+                FileReadChannel channel(disk_file);
+                read_tree_file(channel, solver_tree_file_hooks());
+            } else {
+                load_bytes(bytes);
+            }
             ++loaded;
             // A file that reads may still hold garbage: walking it must be safe.
             calc_results_now();
@@ -357,16 +380,33 @@ TEST_F(TreeFileTest, DamagedFilesLeaveTheTreeAlone) {
         // Ends at field boundaries, spread over all the fields the reader
         // takes, so that each kind of section is cut short somewhere.
         for (int cut = 0; cut < 16; ++cut) {
-            const size_t length = boundaries[f][boundaries[f].size() * cut / 16];
+            const size_t length = boundaries[f].all[boundaries[f].all.size() * cut / 16];
             attempt(std::vector<uint8_t>(file.begin(), file.begin() + length));
         }
         // Ends at random points and in each eighth of the file.
         for (int cut = 0; cut < 10; ++cut) {
             const size_t length = cut < 8 ? file.size() * cut / 8 : random() % file.size();
-            attempt(std::vector<uint8_t>(file.begin(), file.begin() + length));
+            attempt(std::vector<uint8_t>(file.begin(), file.begin() + length), cut % 2 == 1);
+        }
+        // The first byte of fields spread over the file set to its highest:
+        // codes that ask for more bytes than follow.
+        for (int field = 0; field < 16; ++field) {
+            std::vector<uint8_t> damaged = file;
+            const size_t at = boundaries[f].all[boundaries[f].all.size() * (2 * field + 1) / 32];
+            damaged[at] = damaged[at] == 0xff ? 0x7f : 0xff;
+            attempt(damaged);
+        }
+        // 16- and 32-bit fields spread over the file made huge: counts and
+        // sizes beyond anything the tree allows or the file holds.
+        const std::vector<size_t>& counts = boundaries[f].counts;
+        for (int field = 0; field < 12; ++field) {
+            std::vector<uint8_t> damaged = file;
+            const size_t at = counts[counts.size() * (2 * field + 1) / 24];
+            damaged[at + 1] = 0x7f;
+            attempt(damaged);
         }
         // Flipped bytes and huge counts.
-        for (int flip = 0; flip < 12; ++flip) {
+        for (int flip = 0; flip < 8; ++flip) {
             std::vector<uint8_t> damaged = file;
             const size_t at = random() % damaged.size();
             if (flip % 2 == 0) {
@@ -387,6 +427,7 @@ TEST_F(TreeFileTest, DamagedFilesLeaveTheTreeAlone) {
     std::vector<uint8_t> magic = files[0];
     magic[0] = 'B';
     attempt(magic);
+    std::remove(disk_file.c_str());
 }
 
 }  // namespace
