@@ -78,7 +78,7 @@ const std::vector<CardMask>& root_hands(const SubgameEngine& e) {
     return turn.rivers[e.root_river_row].hands;
 }
 
-void make_boards_and_hands(SubgameEngine& e, const BoardCards& cards, bool isomorphic) {
+void make_boards_and_hands(SubgameEngine& e, const BoardCards& cards, bool isomorphic, bool runout_tables) {
     if (isomorphic) e.flags |= isomorphism_on_flag;
     const Card turn = first_street >= turn_street ? cards.turn : -1;
     const Card river = first_street >= river_street ? cards.river : -1;
@@ -105,7 +105,7 @@ void make_boards_and_hands(SubgameEngine& e, const BoardCards& cards, bool isomo
     }
     e.root_board = make_boards(flop, single_card(turn_mask), single_card(river_mask), isomorphic);
     SetHoles(*e.root_board, working[0].data(), working[1].data());
-    if (river < 0 && has_river_runouts(e)) build_runout_tables(*e.root_board);
+    if (runout_tables && wants_runout_tables(e)) build_runout_tables(*e.root_board);
     if (turn >= 0) {
         e.root_turn_group = e.root_board->turn_of_card[single_card(turn_mask)];
         if (river >= 0)
@@ -136,6 +136,8 @@ int64_t estimated_bytes(const SubgameEngine& e) {
 
 }  // namespace
 
+bool wants_runout_tables(const SubgameEngine& e) { return e.fixed_river < 0 && has_river_runouts(e); }
+
 void apply_compression_setting() {
     int level = compression_set;
     if (level < 0) {
@@ -161,12 +163,13 @@ void collect_lines(std::vector<LineRecord>& records, SchematicNode& node, int pa
     for (auto& [child_key, child] : node.children) collect_lines(records, *child, index, child_key);
 }
 
-void create_engine(const std::vector<LineRecord>& records, const BoardCards& cards, bool isomorphic) {
+void create_engine(const std::vector<LineRecord>& records, const BoardCards& cards, bool isomorphic,
+                   bool runout_tables) {
     destroy_engine();
     engine = std::make_unique<SubgameEngine>();
     SubgameEngine& e = *engine;
     make_nodes(e, records);
-    make_boards_and_hands(e, cards, isomorphic);
+    make_boards_and_hands(e, cards, isomorphic, runout_tables);
     make_layouts(e);
     e.pot_block[0] = pot_first;
     e.pot_block[1] = pot_second;
@@ -218,7 +221,7 @@ void assign_storage(CompressionPair pair, bool river_sums) {
     e.iterations = 0;
 }
 
-void build_game(bool choose, std::optional<bool> isomorphic) {
+void build_game(bool choose, std::optional<bool> isomorphic, bool runout_tables) {
     // A refused build leaves the tree that was there answering as before,
     // so the street and stack it reads are restored too.
     const int previous_first_street = first_street;
@@ -249,7 +252,7 @@ void build_game(bool choose, std::optional<bool> isomorphic) {
     cards.flop = flop_mask;
     cards.turn = first_street > flop_street ? single_card(turn_mask) : -1;
     cards.river = first_street > turn_street ? single_card(river_mask) : -1;
-    create_engine(records, cards, *isomorphic);
+    create_engine(records, cards, *isomorphic, runout_tables);
     engine->lines = std::move(lines);
     if (choose) apply_compression_setting();
     tree_ready = true;

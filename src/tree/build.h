@@ -9,6 +9,8 @@
 #include "shell/protocol/reply.h"
 #include "storage/storage.h"
 
+struct SubgameEngine;
+
 // The flat form of one schematic node, made by the first pass of a build.
 struct LineRecord {
     int32_t kind;
@@ -29,8 +31,14 @@ struct BoardCards {
     Card river = -1;
 };
 
-// Replaces the engine by one made from the records.
-void create_engine(const std::vector<LineRecord>& records, const BoardCards& cards, bool isomorphic);
+// Replaces the engine by one made from the records; with its runout tables
+// unless `runout_tables` is false (see build_game).
+void create_engine(const std::vector<LineRecord>& records, const BoardCards& cards, bool isomorphic,
+                   bool runout_tables = true);
+
+// Whether the tree has showdowns that open the river, whose turn boards want
+// runout tables (build_runout_tables). Only the walk reads them.
+bool wants_runout_tables(const SubgameEngine& engine);
 
 // Makes every decision node's stores for a compression pair, and the figures
 // that follow from them. River nodes keep strategy sums as
@@ -45,6 +53,8 @@ void apply_compression_setting();
 // The whole build; `choose_compression` picks the level (load_tree keeps its
 // own). Suit isomorphism follows set_isomorphism unless `isomorphic` says
 // otherwise: a loaded tree's rows fit the hand lists it was saved with.
-void build_game(bool choose_compression, std::optional<bool> isomorphic = std::nullopt);
+// Without `runout_tables` the caller makes them (a load does so while it
+// reads the file), before anything walks the tree.
+void build_game(bool choose_compression, std::optional<bool> isomorphic = std::nullopt, bool runout_tables = true);
 
 void cmd_build_tree(const Tokens& tokens);

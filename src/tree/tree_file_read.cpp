@@ -5,6 +5,7 @@
 #include <cstring>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "shell/protocol/game_setup.h"
@@ -131,7 +132,8 @@ FileGame read_game(ByteChannel& channel) {
 }
 
 // Sets the game up as the file states it and builds it, with the file's
-// isomorphism and stores: the file's rows fit those only.
+// isomorphism and stores: the file's rows fit those only. Without the runout
+// tables, which the caller makes.
 void build_file_game(FileGame& game, int version) {
     flop_mask = game.flop;
     turn_mask = game.turn;
@@ -143,7 +145,7 @@ void build_file_game(FileGame& game, int version) {
     schematic_tree = std::move(game.lines);
     if (schematic_tree->children.empty()) invalid_file();
     const EngineSettingsRecord& s = game.settings;
-    build_game(false, (s.flags & isomorphism_on_flag) != 0);
+    build_game(false, (s.flags & isomorphism_on_flag) != 0, false);
 
     SubgameEngine& e = *engine;
     e.format_version = version;
@@ -275,6 +277,15 @@ std::vector<std::string> read_line_list(ByteChannel& channel) {
     return lines;
 }
 
+// Joins a thread, if it runs, when it goes out of scope: before a refused
+// load frees the tree the thread works on.
+struct TablesJoin {
+    std::thread& thread;
+    ~TablesJoin() {
+        if (thread.joinable()) thread.join();
+    }
+};
+
 }  // namespace
 
 int64_t tree_stream_reserve_cap(const SubgameEngine& e) {
@@ -331,9 +342,24 @@ void read_tree_file(ByteChannel& channel, const TreeFileHooks& hooks) {
         const int version = channel.version;
         build_file_game(game, version);
         SubgameEngine& e = *engine;
+        // Only walks read the runout tables, and the values of a file don't
+        // need them: they are made beside the reading, on a thread of their
+        // own, unless a walk may come before the end (a forgotten tree's
+        // missing reach). The thread is joined before the tree is used or,
+        // on a refusal, freed.
+        std::thread runout_tables;
+        const TablesJoin join{runout_tables};
+        if (wants_runout_tables(e)) {
+            if (e.forgotten_from >= 0) {
+                build_runout_tables(*e.root_board);
+            } else {
+                runout_tables = std::thread([&e] { build_runout_tables(*e.root_board); });
+            }
+        }
         channel.stream_reserve_cap = tree_stream_reserve_cap(e);
         read_solution(channel, e, game.skip_values, hooks);
         if (!tree_stream_reserves_hold(e)) invalid_file();
+        if (runout_tables.joinable()) runout_tables.join();
         std::vector<std::string> info_lines;
         if (version >= 7) info_lines = read_line_list(channel);
         tree_info_lines = std::move(info_lines);
