@@ -62,14 +62,19 @@ FileReadChannel::~FileReadChannel() {
     if (fd_ >= 0) ::close(fd_);
 }
 
+int64_t FileReadChannel::read_some(uint8_t* target, int64_t bytes) {
+    ssize_t got;
+    do {
+        got = ::read(fd_, target, static_cast<size_t>(bytes));
+    } while (got < 0 && errno == EINTR);
+    if (got < 0) refuse_errno("can't read from file", errno);
+    if (got == 0) refuse("can't read from file", "unexpected end of file");
+    return got;
+}
+
 void FileReadChannel::read_exactly(uint8_t* target, int64_t bytes) {
     while (bytes > 0) {
-        ssize_t got;
-        do {
-            got = ::read(fd_, target, static_cast<size_t>(bytes));
-        } while (got < 0 && errno == EINTR);
-        if (got < 0) refuse_errno("can't read from file", errno);
-        if (got == 0) refuse("can't read from file", "unexpected end of file");
+        const int64_t got = read_some(target, bytes);
         target += got;
         bytes -= got;
         consumed_ += got;
@@ -77,14 +82,8 @@ void FileReadChannel::read_exactly(uint8_t* target, int64_t bytes) {
 }
 
 void FileReadChannel::refill() {
-    ssize_t got;
-    do {
-        got = ::read(fd_, buffer_.data(), static_cast<size_t>(refill_bytes_));
-    } while (got < 0 && errno == EINTR);
-    if (got < 0) refuse_errno("can't read from file", errno);
-    if (got == 0) refuse("can't read from file", "unexpected end of file");
+    filled_ = read_some(buffer_.data(), refill_bytes_);
     position_ = 0;
-    filled_ = got;
     refill_bytes_ = std::min(2 * refill_bytes_, file_channel_buffer_bytes);
 }
 

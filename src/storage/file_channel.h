@@ -34,6 +34,8 @@ public:
     int64_t remaining() const override { return file_size_ - consumed_; }
 
 private:
+    // One read of at most `bytes`: how many came, at least 1, or a refusal.
+    int64_t read_some(uint8_t* target, int64_t bytes);
     // Reads exactly `bytes` into `target`, or refuses.
     void read_exactly(uint8_t* target, int64_t bytes);
     void refill();
