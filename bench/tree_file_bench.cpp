@@ -105,6 +105,32 @@ void run_checked(const std::string& line, const std::string& reply_file) {
     }
 }
 
+// Seconds of `cp` of the file and `sync` of the copy, which is then removed.
+double copy_seconds(const std::string& path) {
+    const std::string copy = path + ".copy";
+    const std::string cp = "cp '" + path + "' '" + copy + "' && sync '" + copy + "'";
+    const uint64_t start = clock_ns();
+    if (std::system(cp.c_str()) != 0) {
+        std::fprintf(stderr, "%s failed\n", cp.c_str());
+        std::exit(1);
+    }
+    const double seconds = seconds_since(start);
+    std::remove(copy.c_str());
+    return seconds;
+}
+
+// A load builds the tree again before it reads a byte of the values: the
+// median seconds of the build alone, for comparison.
+double build_seconds(int repeat) {
+    std::vector<double> builds;
+    for (int r = 0; r < repeat; ++r) {
+        const uint64_t start = clock_ns();
+        run_quietly({"build_tree"});
+        builds.push_back(seconds_since(start));
+    }
+    return median(builds);
+}
+
 void bench_level(const Options& options, const std::vector<std::string>& lines, const std::string& level) {
     std::vector<std::string> setup = lines;
     const auto build = std::find(setup.begin(), setup.end(), "build_tree");
@@ -125,7 +151,6 @@ void bench_level(const Options& options, const std::vector<std::string>& lines, 
     const int64_t stores = storage_bytes_in_use();
 
     const std::string path = options.folder + "/tree_file_bench." + (options.keep ? level + "." : "") + "tree";
-    const std::string copy = options.folder + "/tree_file_bench.copy";
     const std::string replies = options.folder + "/tree_file_bench.replies";
     std::vector<double> dumps, loads, copies;
     for (int r = 0; r < options.repeat; ++r) {
@@ -135,26 +160,12 @@ void bench_level(const Options& options, const std::vector<std::string>& lines, 
         start = clock_ns();
         run_checked("load_tree " + path, replies);
         loads.push_back(seconds_since(start));
-        const std::string cp = "cp '" + path + "' '" + copy + "' && sync '" + copy + "'";
-        start = clock_ns();
-        if (std::system(cp.c_str()) != 0) {
-            std::fprintf(stderr, "%s failed\n", cp.c_str());
-            std::exit(1);
-        }
-        copies.push_back(seconds_since(start));
-        std::remove(copy.c_str());
-    }
-    // A load builds the tree again before it reads a byte of the values: the
-    // build alone, for comparison.
-    std::vector<double> builds;
-    for (int r = 0; r < options.repeat; ++r) {
-        start = clock_ns();
-        run_quietly({"build_tree"});
-        builds.push_back(seconds_since(start));
+        copies.push_back(copy_seconds(path));
     }
     const int64_t size = file_bytes(path);
     const double megabytes = static_cast<double>(size) / (1 << 20);
-    const double dump = median(dumps), load = median(loads), cp = median(copies), rebuild = median(builds);
+    const double dump = median(dumps), load = median(loads), cp = median(copies);
+    const double rebuild = build_seconds(options.repeat);
     std::printf("level %-6s (%d) | %d iterations in %.1f s | stores %.1f MB | file %.1f MB = %.3f x stores | "
                 "dump %.3f s %.0f MB/s (%.2f x cp) | load %.3f s %.0f MB/s (%.2f x cp; build_tree alone %.3f s) | "
                 "cp+sync %.3f s %.0f MB/s\n",
@@ -169,33 +180,19 @@ void bench_level(const Options& options, const std::vector<std::string>& lines, 
 
 // Loads of a kept file, each followed by cp+sync of it.
 void bench_load(const Options& options) {
-    const std::string copy = options.load + ".copy";
     const std::string replies = options.load + ".replies";
     std::vector<double> loads, copies;
     for (int r = 0; r < options.repeat; ++r) {
-        uint64_t start = clock_ns();
+        const uint64_t start = clock_ns();
         run_checked("load_tree " + options.load, replies);
         loads.push_back(seconds_since(start));
-        const std::string cp = "cp '" + options.load + "' '" + copy + "' && sync '" + copy + "'";
-        start = clock_ns();
-        if (std::system(cp.c_str()) != 0) {
-            std::fprintf(stderr, "%s failed\n", cp.c_str());
-            std::exit(1);
-        }
-        copies.push_back(seconds_since(start));
-        std::remove(copy.c_str());
-    }
-    std::vector<double> builds;
-    for (int r = 0; r < options.repeat; ++r) {
-        const uint64_t start = clock_ns();
-        run_quietly({"build_tree"});
-        builds.push_back(seconds_since(start));
+        copies.push_back(copy_seconds(options.load));
     }
     const double megabytes = static_cast<double>(file_bytes(options.load)) / (1 << 20);
     const double load = median(loads), cp = median(copies);
     std::printf("file %s %.1f MB | load %.3f s %.0f MB/s (%.2f x cp; build_tree alone %.3f s) | "
                 "cp+sync %.3f s %.0f MB/s\n",
-                options.load.c_str(), megabytes, load, megabytes / load, load / cp, median(builds), cp,
+                options.load.c_str(), megabytes, load, megabytes / load, load / cp, build_seconds(options.repeat), cp,
                 megabytes / cp);
     std::remove(replies.c_str());
 }
