@@ -88,7 +88,8 @@ void capture_values(int player, int node_index, Card turn, Card river, RangeVect
     if (node.street < river_street || turn < 0) river = -1;
     QueryBoard board;
     if (!find_query_board(e, turn, river, board)) throw_command_error("incorrect path");
-    const CaptureKey key{&node, board.turn_index, board.river_index, player};
+    const CaptureKey key{&node, board.turn_index, board.river_index, player,
+                         board.images.turn * 4 + board.images.river};
     // A node of a forgotten street is valued under its subgame's new strategy.
     solve_on_demand(e, node_index, board.turn_index, board.river_index);
 
@@ -106,6 +107,8 @@ void capture_values(int player, int node_index, Card turn, Card river, RangeVect
             request.node = &node;
             request.turn = key.turn;
             request.river = key.river;
+            request.turn_image = board.images.turn;
+            request.river_image = board.images.river;
             request.capture = capture_hand_values;
             request.context = &target;
             walk_player_locked(e, player, mode_capture, &request);

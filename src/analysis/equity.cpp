@@ -43,9 +43,39 @@ void add_through(float* parent, const HandVector& child, const std::vector<int16
         if (table[h] >= 0) parent[table[h]] += child.data[h];
 }
 
+// Rounding alone sets a hand's images apart in the last bits of their
+// reaches; only a relative difference above this counts (as in the walk).
+constexpr float image_tolerance = 1e-4f;
+
+// Whether the card's images must be walked each from its own reach: only once
+// forced strategies or combo locks may have set a hand and its images apart,
+// and the reach above shows it.
+bool images_apart(const SubgameEngine& e, const RunoutBoard& board, const HandVector& reach) {
+    if (!e.images_may_differ || board.multiplicity == 1) return false;
+    const std::vector<int16_t>& identity = board.image_tables[0];
+    for (int k = 1; k < board.multiplicity; ++k) {
+        const std::vector<int16_t>& table = board.image_tables[k];
+        for (size_t h = 0; h < identity.size(); ++h) {
+            const float stored = reach.data[identity[h]];
+            const float image = table[h] >= 0 ? reach.data[table[h]] : 0.0f;
+            if (std::fabs(stored - image) > image_tolerance * std::max(std::fabs(stored), std::fabs(image)))
+                return true;
+        }
+    }
+    return false;
+}
+
+// Walks the child from the reach above read through `gather`.
+void walk_through(EquityFrame& child, const HandVector& reach, const std::vector<int16_t>& gather) {
+    child.reach.resize(static_cast<int32_t>(gather.size()));
+    for (size_t h = 0; h < gather.size(); ++h) child.reach.data[h] = gather[h] >= 0 ? reach.data[gather[h]] : 0.0f;
+    equity_walk(child);
+}
+
 // Deals each card of `boards` below the frame's board, whose list has `count`
 // hands. Each stored card stands for as many real cards as it has image
-// tables, and its results go back through every one of them.
+// tables, and its results go back through every one of them; when the images'
+// reaches differ, each image is walked from its own.
 void deal(EquityFrame& f, const std::vector<RunoutBoard>& boards, int count, float share) {
     if (f.reach.is_zero()) return zero_results(f, count);
     f.wins.resize(count);
@@ -55,14 +85,24 @@ void deal(EquityFrame& f, const std::vector<RunoutBoard>& boards, int count, flo
     const bool dealing_rivers = f.turn >= 0;
     for (size_t i = 0; i < boards.size(); ++i) {
         const RunoutBoard& board = boards[i];
-        EquityFrame child;
-        child.engine = f.engine;
-        child.turn = dealing_rivers ? f.turn : static_cast<int32_t>(i);
-        child.river = dealing_rivers ? static_cast<int32_t>(i) : -1;
-        const std::vector<int16_t>& gather = board.image_tables[0];
-        child.reach.resize(static_cast<int32_t>(gather.size()));
-        for (size_t h = 0; h < gather.size(); ++h) child.reach.data[h] = gather[h] >= 0 ? f.reach.data[gather[h]] : 0.0f;
-        equity_walk(child);
+        const auto child_frame = [&] {
+            EquityFrame child;
+            child.engine = f.engine;
+            child.turn = dealing_rivers ? f.turn : static_cast<int32_t>(i);
+            child.river = dealing_rivers ? static_cast<int32_t>(i) : -1;
+            return child;
+        };
+        if (images_apart(*f.engine, board, f.reach)) {
+            for (const std::vector<int16_t>& table : board.image_tables) {
+                EquityFrame child = child_frame();
+                walk_through(child, f.reach, table);
+                add_through(f.wins.data, child.wins, table);
+                add_through(f.weights.data, child.weights, table);
+            }
+            continue;
+        }
+        EquityFrame child = child_frame();
+        walk_through(child, f.reach, board.image_tables[0]);
         for (const std::vector<int16_t>& table : board.image_tables) {
             add_through(f.wins.data, child.wins, table);
             add_through(f.weights.data, child.weights, table);

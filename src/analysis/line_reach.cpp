@@ -117,14 +117,40 @@ void apply_steps(const SubgameEngine& e, const std::vector<LineStep>& steps, int
 }
 
 // The reach of a dealt board's hands, read from the list above through the
-// board's own table.
-void deal(const RunoutBoard& board, const Reach& above, Reach& below) {
-    const std::vector<int16_t>& parent_index = board.image_tables[0];
+// table of the card's image `image` (0: the stored card itself).
+void deal(const RunoutBoard& board, const Reach& above, Reach& below, int image) {
+    const std::vector<int16_t>& parent_index = board.image_tables[image];
     const size_t count = board.hands.size();
     for (int player = 0; player < 2; ++player) {
         below[player].resize(count);
-        for (size_t h = 0; h < count; ++h) below[player][h] = above[player][parent_index[h]];
+        for (size_t h = 0; h < count; ++h)
+            below[player][h] = parent_index[h] >= 0 ? above[player][parent_index[h]] : 0.0;
     }
+}
+
+// Rounding alone sets a hand's images apart in the last bits of their reaches;
+// only a relative difference above this counts (as in the walk).
+constexpr double image_tolerance = 1e-4;
+
+// Whether the real cards that `board` stands for must be dealt each through
+// its own table: only once forced strategies or combo locks may have set a
+// hand and its images apart, and the reaches above show it. Otherwise every
+// image reads the stored card's table, as the walk does.
+bool images_apart(const SubgameEngine& e, const RunoutBoard& board, const Reach& above) {
+    if (!e.images_may_differ || board.multiplicity == 1) return false;
+    const std::vector<int16_t>& identity = board.image_tables[0];
+    for (int k = 1; k < board.multiplicity; ++k) {
+        const std::vector<int16_t>& table = board.image_tables[k];
+        for (int player = 0; player < 2; ++player) {
+            for (size_t h = 0; h < identity.size(); ++h) {
+                const double stored = above[player][identity[h]];
+                const double image = table[h] >= 0 ? above[player][table[h]] : 0.0;
+                if (std::fabs(stored - image) > image_tolerance * std::max(std::fabs(stored), std::fabs(image)))
+                    return true;
+            }
+        }
+    }
+    return false;
 }
 
 // The share of the deals of a pair of hands that a board of the line's
@@ -188,20 +214,21 @@ void root_reach(const SubgameEngine& e, const Line& line, Reach& reach, Workspac
 }
 
 // The turn level below the root reach: the root reach itself on a turn tree.
-void turn_reach(const SubgameEngine& e, const Line& line, const Reach& top, int turn, Workspace& work) {
+void turn_reach(const SubgameEngine& e, const Line& line, const Reach& top, int turn, int image, Workspace& work) {
     if (!deals_turn()) {
         for (int player = 0; player < 2; ++player) work.turn[player] = top[player];
         return;
     }
     const RunoutBoard& board = e.root_board->turns[turn];
-    deal(board, top, work.turn);
+    deal(board, top, work.turn, image);
     apply_steps(e, line.steps[turn_street], turn, -1, static_cast<int>(board.hands.size()), work.turn, work);
 }
 
-void river_reach(const SubgameEngine& e, const Line& line, const Reach& above, int turn, int river, Workspace& work) {
+void river_reach(const SubgameEngine& e, const Line& line, const Reach& above, int turn, int river, int image,
+                 Workspace& work) {
     const RunoutBoard& board = e.root_board->turns[turn].rivers[river];
     if (deals_river()) {
-        deal(board, above, work.river);
+        deal(board, above, work.river, image);
     } else {
         for (int player = 0; player < 2; ++player) work.river[player] = above[player];
     }
@@ -242,7 +269,9 @@ private:
 // river boards under it in rising order of the real river cards.
 struct TurnRunouts {
     int turn = -1;                 // index in the tree of boards
+    int turn_image = 0;            // which image of the stored turn the card is
     std::vector<int16_t> rivers;   // river indices; empty when the line ends on the turn
+    std::vector<int8_t> river_images;
     double sum = 0;
 };
 
@@ -254,29 +283,52 @@ struct StoredTurn {
     std::vector<TurnRunouts*> cards;
 };
 
-void sum_stored_turn(const SubgameEngine& e, const Line& line, const Reach& top, StoredTurn& stored,
-                     Workspace& work) {
-    turn_reach(e, line, top, stored.turn, work);
-    const RunoutBoard& turn = e.root_board->turns[stored.turn];
+// Sums the runouts of `cards`, real turn cards of one stored turn board that
+// are all dealt through the table of image `image`.
+void sum_turn_cards(const SubgameEngine& e, const Line& line, const Reach& top, int turn_index, int image,
+                    const std::vector<TurnRunouts*>& cards, Workspace& work) {
+    turn_reach(e, line, top, turn_index, image, work);
+    const RunoutBoard& turn = e.root_board->turns[turn_index];
     if (line.street == turn_street) {
         const double sum = joint_sum(work.turn, turn.hand_cards.data(), runout_weight(turn_street));
-        for (TurnRunouts* card : stored.cards) card->sum = sum;
+        for (TurnRunouts* card : cards) card->sum = sum;
         return;
     }
     if (!reached(work.turn[0]) || !reached(work.turn[1])) return;
-    RiverRowsHold hold(e, line, stored.turn);
-    // A river board stands for every real river card that maps to it.
+    RiverRowsHold hold(e, line, turn_index);
+    // A river board stands for every real river card that maps to it, unless
+    // its images must be dealt apart.
     std::vector<double> river_sums(turn.rivers.size(), NAN);
-    for (TurnRunouts* card : stored.cards) {
-        for (const int16_t river : card->rivers) {
+    std::vector<char> rivers_apart(turn.rivers.size(), -1);
+    for (TurnRunouts* card : cards) {
+        for (size_t i = 0; i < card->rivers.size(); ++i) {
+            const int16_t river = card->rivers[i];
+            const RunoutBoard& board = turn.rivers[river];
+            char& apart = rivers_apart[river];
+            if (apart < 0) apart = deals_river() && images_apart(e, board, work.turn);
+            if (apart && card->river_images[i] != 0) {
+                river_reach(e, line, work.turn, turn_index, river, card->river_images[i], work);
+                card->sum += joint_sum(work.river, board.hand_cards.data(), runout_weight(river_street));
+                continue;
+            }
             double& sum = river_sums[river];
             if (std::isnan(sum)) {
-                river_reach(e, line, work.turn, stored.turn, river, work);
-                sum = joint_sum(work.river, turn.rivers[river].hand_cards.data(), runout_weight(river_street));
+                river_reach(e, line, work.turn, turn_index, river, 0, work);
+                sum = joint_sum(work.river, board.hand_cards.data(), runout_weight(river_street));
             }
             card->sum += sum;
         }
     }
+}
+
+void sum_stored_turn(const SubgameEngine& e, const Line& line, const Reach& top, StoredTurn& stored,
+                     Workspace& work) {
+    const RunoutBoard& turn = e.root_board->turns[stored.turn];
+    if (!deals_turn() || !images_apart(e, turn, top)) {
+        sum_turn_cards(e, line, top, stored.turn, 0, stored.cards, work);
+        return;
+    }
+    for (TurnRunouts* card : stored.cards) sum_turn_cards(e, line, top, stored.turn, card->turn_image, {card}, work);
 }
 
 // Where the real cards of a runout lead; a named card that leads nowhere
@@ -381,13 +433,19 @@ RangeVector line_mass(int player, int node_index, Card turn, Card river) {
         Reach top;
         root_reach(e, line, top, work);
         const Reach* at = &top;
+        // Each real card is dealt through its own image's table once hands
+        // and their images may have parted; else through the stored card's.
+        const RunoutImages& images = board.images;
         if (line.street > first_street) {
-            turn_reach(e, line, top, board.turn_index, work);
+            const bool apart = deals_turn() && images_apart(e, e.root_board->turns[board.turn_index], top);
+            turn_reach(e, line, top, board.turn_index, apart ? images.turn : 0, work);
             at = &work.turn;
         }
         if (line.street == river_street && first_street < river_street) {
             RiverRowsHold hold(e, line, board.turn_index);
-            river_reach(e, line, work.turn, board.turn_index, board.river_index, work);
+            const RunoutBoard& river = e.root_board->turns[board.turn_index].rivers[board.river_index];
+            const int image = images_apart(e, river, work.turn) ? images.river : 0;
+            river_reach(e, line, work.turn, board.turn_index, board.river_index, image, work);
             at = &work.river;
         }
         const Reach& reach = *at;
@@ -411,10 +469,19 @@ double libsubgame_calc_river_line_freq(int node_index, const RunoutGroups& group
         if (items.empty()) continue;
         TurnRunouts& card = runouts.emplace_back();
         const Card turn = items.front() >> 8;
-        card.turn = deals_turn() ? locate(e, turn, -1).turn_index : e.root_turn_group;
+        if (deals_turn()) {
+            const BoardLocation location = locate(e, turn, -1);
+            card.turn = location.turn_index;
+            card.turn_image = runout_images(e, turn, -1, location.turn_index, -1).turn;
+        } else {
+            card.turn = e.root_turn_group;
+        }
         for (const uint16_t item : items) {
             if (item >> 8 != turn) throw_incorrect_path();
-            card.rivers.push_back(static_cast<int16_t>(locate(e, turn, item & 0xFF).river_index));
+            const BoardLocation location = locate(e, turn, item & 0xFF);
+            card.rivers.push_back(static_cast<int16_t>(location.river_index));
+            const RunoutImages images = runout_images(e, turn, item & 0xFF, location.turn_index, location.river_index);
+            card.river_images.push_back(static_cast<int8_t>(images.river));
         }
     }
     return sum_runouts(e, line, runouts);
@@ -435,6 +502,9 @@ double line_sum(int node_index, Card turn, Card river) {
     if (line.street == river_street) return libsubgame_calc_river_line_freq(node_index, river_groups(e, turn, river));
     // A turn line of a flop tree: every turn card.
     std::vector<TurnRunouts> runouts;
-    for (const Card t : cards_for(turn, e.dead)) runouts.push_back({locate(e, t, -1).turn_index, {}, 0});
+    for (const Card t : cards_for(turn, e.dead)) {
+        const BoardLocation location = locate(e, t, -1);
+        runouts.push_back({location.turn_index, runout_images(e, t, -1, location.turn_index, -1).turn, {}, {}, 0});
+    }
     return sum_runouts(e, line, runouts);
 }

@@ -194,6 +194,23 @@ bool capture_uses_cache(const SubgameEngine& e, bool river_position) {
 
 }  // namespace
 
+namespace {
+
+// The image of `card` that a capture request below it names, else 0.
+int captured_image(const SubgameEngine& e, const WalkFrame& frame, const RunoutBoard& card) {
+    const CaptureRequest* request = e.mode == mode_capture ? e.capture_request : nullptr;
+    if (!request || request->turn != frame.turn) return 0;
+    int image = 0;
+    if (frame.river < 0) {
+        image = request->turn_image;
+    } else if (request->river == frame.river) {
+        image = request->river_image;
+    }
+    return image < card.multiplicity ? image : 0;
+}
+
+}  // namespace
+
 bool images_share_walk(const SubgameEngine& e, const RunoutBoard& card, const HandVector& reach,
                        const HandVector& own_reach) {
     // Without forced strategies, the strategies learnt treat images alike
@@ -207,9 +224,11 @@ void walk_images_apart(WalkFrame& frame, const RunoutBoard& card, const HandVect
     const int count = static_cast<int>(card.hands.size());
     const float images = frame.engine->mode == mode_train ? static_cast<float>(card.multiplicity) : 1.0f;
     const float share = 1.0f / images;
-    // Image 0, the stored card itself, goes last: a capture at a node below
-    // keeps the values of its own walk.
-    for (int k = card.multiplicity - 1; k >= 0; --k) {
+    // A capture at a node below keeps the values of the last walk: the image
+    // its real card is goes last (the stored card itself unless named).
+    const int kept = captured_image(*frame.engine, frame, card);
+    for (int i = card.multiplicity - 1; i >= 0; --i) {
+        const int k = i == kept ? 0 : i == 0 ? kept : i;
         const int16_t* table = card.image_tables[k].data();
         gather_image(frame.reach, reach, table, count, share);
         if (own_reach.count > 0) gather_image(frame.own_reach, own_reach, table, count, 1.0f);

@@ -46,6 +46,10 @@ struct CaptureRequest {
     const TreeNode* node = nullptr;
     int32_t turn = -1;   // canonical board indices, -1 when not named
     int32_t river = -1;
+    // Which images of the stored cards the real cards are (see RunoutImages):
+    // the one a capture keeps when the images are walked apart.
+    int32_t turn_image = 0;
+    int32_t river_image = 0;
     bool averaging = false;
     void (*capture)(CaptureRequest& request, const WalkFrame& frame) = nullptr;
     void* context = nullptr;

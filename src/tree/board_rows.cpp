@@ -13,7 +13,36 @@ bool isomorphic(const SubgameEngine& e) { return (e.flags & isomorphism_on_flag)
 
 CardMask mask_of(Card card) { return card >= 0 ? card_bit(card) : 0; }
 
+// Which image of its stored board a real card is, in the suits of the list
+// it is dealt from.
+int image_of(const RunoutBoard& board, Card card) {
+    const int image = card_suit(card) - card_suit(board.card);
+    return image > 0 && image < board.multiplicity ? image : 0;
+}
+
 }  // namespace
+
+RunoutImages runout_images(const SubgameEngine& e, Card turn, Card river, int turn_index, int river_index) {
+    RunoutImages images;
+    if (!isomorphic(e) || turn < 0 || turn_index < 0) return images;
+    const RunoutBoard& turn_board = e.root_board->turns[turn_index];
+    const bool turn_dealt = e.fixed_turn < 0;
+    const SuitOrder order = make_suit_order(e.flop, turn_dealt ? 0 : card_bit(turn), 0);
+    if (turn_dealt) images.turn = image_of(turn_board, order_card(turn, order));
+    if (river < 0 || river_index < 0) return images;
+    // A river is dealt from its stored turn's list: in the suits of the real
+    // turn's image, swapped back.
+    Card card = order_card(river, order);
+    if (images.turn > 0) {
+        const int stored = card_suit(turn_board.card);
+        const int swapped = stored + images.turn;
+        const int suit = card_suit(card);
+        if (suit == stored) card = make_card(card_rank(card), swapped);
+        if (suit == swapped) card = make_card(card_rank(card), stored);
+    }
+    images.river = image_of(turn_board.rivers[river_index], card);
+    return images;
+}
 
 bool find_query_board(const SubgameEngine& e, Card turn, Card river, QueryBoard& board) {
     const RootBoard& root = *e.root_board;
@@ -33,6 +62,7 @@ bool find_query_board(const SubgameEngine& e, Card turn, Card river, QueryBoard&
     board.hand_of_slot = &location.board->hand_of_slot;
     board.hand_cards = &location.board->hand_cards;
     board.hand_count = static_cast<int32_t>(location.board->hands.size());
+    board.images = runout_images(e, turn, river, board.turn_index, board.river_index);
     return true;
 }
 

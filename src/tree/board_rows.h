@@ -11,6 +11,15 @@
 #include "shell/protocol/game_setup.h"
 #include "tree/engine.h"
 
+// Which image of its stored board each real card of a runout is: table k of
+// a stored card swaps its suit with the one k above, in the suits of the list
+// the card is dealt from. 0 for a card the tree doesn't deal, and without
+// isomorphism.
+struct RunoutImages {
+    int32_t turn = 0;
+    int32_t river = 0;
+};
+
 // The board that a pair of real cards names, with the list its rows follow.
 struct QueryBoard {
     int32_t turn_index = -1;   // index in the tree of boards, -1 when no turn is named
@@ -20,7 +29,12 @@ struct QueryBoard {
     const std::vector<int16_t>* hand_of_slot = nullptr;  // canonical ComboSlot -> list index
     const std::vector<uint16_t>* hand_cards = nullptr;
     int32_t hand_count = 0;
+    RunoutImages images;
 };
+
+// The images that real cards leading to the boards at `turn_index` and
+// `river_index` (-1 when not named) are.
+RunoutImages runout_images(const SubgameEngine& engine, Card turn, Card river, int turn_index, int river_index);
 
 // The flop's board with no turn, the turn card's with a turn alone, the river
 // card's under it with both. False when a named card leads to no stored board

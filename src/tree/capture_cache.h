@@ -20,6 +20,9 @@ struct CaptureKey {
     int32_t turn = -1;
     int32_t river = -1;
     int32_t player = 0;
+    // The real cards' images (RunoutImages), turn * 4 + river: the images of
+    // a stored card may be worth apart under forced strategies.
+    int32_t images = 0;
 
     bool operator==(const CaptureKey&) const = default;
 };
@@ -27,7 +30,7 @@ struct CaptureKey {
 struct CaptureKeyHash {
     size_t operator()(const CaptureKey& key) const {
         size_t hash = std::hash<const void*>()(key.node);
-        for (const int32_t part : {key.turn, key.river, key.player})
+        for (const int32_t part : {key.turn, key.river, key.player, key.images})
             hash = hash * 1000003u ^ std::hash<int32_t>()(part);
         return hash;
     }
