@@ -137,11 +137,7 @@ EquityVectors equity_vectors(Card turn, Card river, const RangeVector& opponent_
     if (!find_query_board(e, turn, river, board)) throw_command_error("incorrect path");
 
     RangeVector opponent = opponent_range;
-    if (e.flags & isomorphism_on_flag) {
-        const CardMask turn_card = turn >= 0 ? card_bit(turn) : 0;
-        const CardMask river_card = river >= 0 ? card_bit(river) : 0;
-        permute_range(e.flop, turn_card, river_card, opponent.data(), opponent_range.data());
-    }
+    if (e.flags & isomorphism_on_flag) permute_range(client_suit_order(e, board), opponent.data(), opponent_range.data());
     EquityFrame frame;
     frame.engine = &e;
     frame.turn = board.turn_index;

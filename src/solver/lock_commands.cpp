@@ -35,6 +35,7 @@ RangeVector read_combo_values(const Tokens& tokens, size_t first) {
 
 // The row's values on its list.
 std::vector<float> list_values(const PathRow& target, const RangeVector& values) {
+    expect_hands_set_apart(*engine, *target.row.node);
     std::vector<float> row(static_cast<size_t>(target.board.hand_count));
     gather_row(*engine, target.board, values, row.data());
     return row;

@@ -33,6 +33,12 @@ void note_hands_set_apart(SubgameEngine& e, const NodeRow& row) {
 
 }  // namespace
 
+void expect_hands_set_apart(SubgameEngine& e, const TreeNode& node) {
+    if (node.street >= river_street) return;
+    std::lock_guard lock(engine_lock);
+    e.images_may_differ = true;
+}
+
 void note_loaded_locks(SubgameEngine& e) {
     std::lock_guard lock(engine_lock);
     const int turns = e.root_board ? static_cast<int>(e.root_board->turns.size()) : 0;

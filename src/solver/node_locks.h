@@ -44,6 +44,11 @@ void combo_lock_row(SubgameEngine& engine, const NodeRow& row, const float* valu
 // is not a mask. A node without stores (its street forgotten) has none.
 std::vector<float> locked_hands_row(SubgameEngine& engine, const NodeRow& row);
 
+// Before weights or a mask given hand by hand reach the row: a row before the
+// river may set a hand's images apart, and the client's suits are taken onto
+// the list in the walk's suit order from then on (see client_suit_order).
+void expect_hands_set_apart(SubgameEngine& engine, const TreeNode& node);
+
 // After a tree file is read: a locked row before the river, whole or by
 // hands, may hold forced weights that set a hand's images apart (see
 // images_may_differ); a file keeps the locks and the rows, not that flag.

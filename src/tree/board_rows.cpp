@@ -82,6 +82,40 @@ QueryBoard node_query_board(const SubgameEngine& e, const TreeNode& node, Card t
     return board;
 }
 
+namespace {
+
+// Swaps canonical suits `a` and `b` after the order.
+void swap_suits(SuitOrder& order, int a, int b) {
+    for (uint8_t& suit : order) {
+        if (suit == a) {
+            suit = static_cast<uint8_t>(b);
+        } else if (suit == b) {
+            suit = static_cast<uint8_t>(a);
+        }
+    }
+}
+
+}  // namespace
+
+SuitOrder client_suit_order(const SubgameEngine& e, const QueryBoard& board) {
+    const CardMask turn = mask_of(board.turn);
+    const CardMask river = mask_of(board.river);
+    if (!e.images_may_differ || board.turn_index < 0) return make_suit_order(e.flop, turn, river);
+    const bool turn_dealt = e.fixed_turn < 0;
+    const bool river_dealt = e.fixed_river < 0;
+    SuitOrder order = make_suit_order(e.flop, turn_dealt ? 0 : turn, river_dealt ? 0 : river);
+    const RunoutBoard& turn_board = e.root_board->turns[board.turn_index];
+    if (board.images.turn > 0) {
+        const int stored = card_suit(turn_board.card);
+        swap_suits(order, stored, stored + board.images.turn);
+    }
+    if (board.river_index >= 0 && board.images.river > 0) {
+        const int stored = card_suit(turn_board.rivers[board.river_index].card);
+        swap_suits(order, stored, stored + board.images.river);
+    }
+    return order;
+}
+
 RangeVector expand_row(const SubgameEngine& e, const QueryBoard& board, const float* row) {
     // The list is in canonical suits; first spread it over canonical slots.
     std::array<float, combo_count> canonical;
@@ -92,7 +126,7 @@ RangeVector expand_row(const SubgameEngine& e, const QueryBoard& board, const fl
     }
     RangeVector out;
     if (isomorphic(e)) {
-        unpermute_row(e.flop, mask_of(board.turn), mask_of(board.river), out.data(), canonical.data());
+        unpermute_row(client_suit_order(e, board), out.data(), canonical.data());
     } else {
         for (int slot = 0; slot < combo_count; ++slot) out[slot] = canonical[slot];
     }
@@ -102,7 +136,7 @@ RangeVector expand_row(const SubgameEngine& e, const QueryBoard& board, const fl
 void gather_row(const SubgameEngine& e, const QueryBoard& board, const RangeVector& values, float* row) {
     // Into canonical suits by the order the real cards make, then onto the list.
     RangeVector canonical = values;
-    if (isomorphic(e)) permute_range(e.flop, mask_of(board.turn), mask_of(board.river), canonical.data(), values.data());
+    if (isomorphic(e)) permute_range(client_suit_order(e, board), canonical.data(), values.data());
     const std::vector<int16_t>& hand_of_slot = *board.hand_of_slot;
     for (int slot = 0; slot < combo_count; ++slot) {
         const int hand = hand_of_slot[slot];

@@ -10,6 +10,7 @@
 #include "model/cards.h"
 #include "shell/protocol/game_setup.h"
 #include "tree/engine.h"
+#include "tree/isomorphism.h"
 
 // Which image of its stored board each real card of a runout is: table k of
 // a stored card swaps its suit with the one k above, in the suits of the list
@@ -46,6 +47,14 @@ bool find_query_board(const SubgameEngine& engine, Card turn, Card river, QueryB
 // the river card's under it for a river node. Cards that are missing or lead
 // to no board are the command error "incorrect path".
 QueryBoard node_query_board(const SubgameEngine& engine, const TreeNode& node, Card turn, Card river);
+
+// The suits in which the board's list holds the hands of its real cards: the
+// order of the real cards, as the tree of boards is found by. Once forced
+// strategies or combo locks may set a hand and its images apart, the order
+// in which the walk deals the cards instead: the root's, then for each card
+// dealt as an image, the swap of its stored card's suit with the image's.
+// The two differ only on a one-suit flop, under the turn of the last suit.
+SuitOrder client_suit_order(const SubgameEngine& engine, const QueryBoard& board);
 
 // A row in the board's list as 1326 values in memory order and the client's
 // suits; hands not on the list are NaN.

@@ -72,15 +72,21 @@ CardMask apply_order(CardMask mask, const SuitOrder& order) {
 }
 
 void permute_range(CardMask flop, CardMask turn, CardMask river, double* out, const double* in) {
-    const SuitOrder order = make_suit_order(flop, turn, river);
+    permute_range(make_suit_order(flop, turn, river), out, in);
+}
+
+void unpermute_row(CardMask flop, CardMask turn, CardMask river, double* out, const float* in) {
+    unpermute_row(make_suit_order(flop, turn, river), out, in);
+}
+
+void permute_range(const SuitOrder& order, double* out, const double* in) {
     int slot = 0;
     for (Card hi = 1; hi < 52; ++hi)
         for (Card lo = 0; lo < hi; ++lo, ++slot)
             out[slot_of_cards(order_card(hi, order), order_card(lo, order))] = in[slot];
 }
 
-void unpermute_row(CardMask flop, CardMask turn, CardMask river, double* out, const float* in) {
-    const SuitOrder order = make_suit_order(flop, turn, river);
+void unpermute_row(const SuitOrder& order, double* out, const float* in) {
     int slot = 0;
     for (Card hi = 1; hi < 52; ++hi)
         for (Card lo = 0; lo < hi; ++lo, ++slot)

@@ -38,6 +38,10 @@ void permute_range(CardMask flop, CardMask turn, CardMask river, double* out, co
 // value of the hand's image. All three masks are real cards.
 void unpermute_row(CardMask flop, CardMask turn, CardMask river, double* out, const float* in);
 
+// The same two with the order given.
+void permute_range(const SuitOrder& order, double* out, const double* in);
+void unpermute_row(const SuitOrder& order, double* out, const float* in);
+
 // The refusal text when two hands of one class carry different weights.
 std::string inconsistent_range_text(int player, ComboSlot first_slot, double first_weight,
                                     ComboSlot slot, double weight);

@@ -1,10 +1,11 @@
 // Queries on a game whose root plays a forced strategy that treats a hand and
-// its images under suit isomorphism apart: the river cards of the suits the
-// board lacks are stored once, yet every figure must be the one that the game
+// its images under suit isomorphism apart: the cards of the suits the board
+// lacks are stored once, yet every figure must be the one that the game
 // without isomorphism gives.
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <map>
 #include <random>
 #include <sstream>
 #include <stdexcept>
@@ -16,65 +17,31 @@
 #include "analysis_test_support.h"
 #include "solver/lock_commands.h"
 #include "solver/solver_driver.h"
-#include "solver/walk.h"
 
 namespace {
 
-using Handler = void (*)(const Tokens&);
+const std::map<std::string, void (*)(const Tokens&)> handlers = {
+    {"calc_line_freq", cmd_calc_line_freq}, {"calc_global_freq", cmd_calc_global_freq},
+    {"calc_eq_node", cmd_calc_eq_node},     {"calc_ev", cmd_calc_ev},
+    {"show_range", cmd_show_range},         {"show_probs", cmd_show_probs},
+    {"set_strategy", cmd_set_strategy},     {"lock_node", cmd_lock_node},
+};
 
-std::string reply_to(Handler handler, const Tokens& tokens) {
+std::string reply_to(const Tokens& tokens) {
     current_command = tokens[0];
     return replies_of([&] {
         try {
-            handler(tokens);
+            handlers.at(tokens[0])(tokens);
         } catch (const std::runtime_error& error) {
             reply_text(error.what());
         }
     });
 }
 
-struct Query {
-    Handler handler;
-    Tokens tokens;
-};
-
-// A turn board of two suits: the rivers of the other two are one stored card
-// (clubs) and its image. Lines below the root's check, on both of them and on
-// a river of a suit the board shows.
-const std::vector<Query> turn_queries = {
-    {cmd_calc_line_freq, {"calc_line_freq", "r:0:c:c:7d:c"}},
-    {cmd_calc_line_freq, {"calc_line_freq", "r:0:c:c:7c:b50"}},
-    {cmd_calc_line_freq, {"calc_line_freq", "r:0:c:c:c"}},
-    {cmd_calc_global_freq, {"calc_global_freq", "r:0:c:c:7c:c"}},
-    {cmd_calc_eq_node, {"calc_eq_node", "IP", "r:0:c"}},
-    {cmd_calc_eq_node, {"calc_eq_node", "OOP", "r:0:c:c:7c"}},
-    {cmd_calc_ev, {"calc_ev", "OOP", "r:0:c:c:7d"}},
-    {cmd_calc_ev, {"calc_ev", "IP", "r:0:c:c:7c:c"}},
-    {cmd_calc_ev, {"calc_ev", "IP", "r:0:c"}},
-    {cmd_show_range, {"show_range", "OOP", "r:0:c:c:7d"}},
-    {cmd_show_range, {"show_range", "OOP", "r:0:c:c:7h"}},
-    {cmd_show_probs, {"show_probs", "r:0:c:c:7d"}},
-};
-
-// A flop of one suit: the turn's clubs stand for diamonds too. Under the
-// diamond, the hearts river is an image of the stored river (clubs in the
-// stored turn's suits), the clubs river the stored one itself.
-const std::vector<Query> flop_queries = {
-    {cmd_calc_line_freq, {"calc_line_freq", "r:0:c:c:7d:c"}},
-    {cmd_calc_line_freq, {"calc_line_freq", "r:0:c:c:7d:c:c:8h:c"}},
-    {cmd_calc_line_freq, {"calc_line_freq", "r:0:c:c:7d:c:c:8c"}},
-    {cmd_calc_line_freq, {"calc_line_freq", "r:0:c:c:c:c:c"}},
-    {cmd_calc_eq_node, {"calc_eq_node", "IP", "r:0:c"}},
-    {cmd_calc_eq_node, {"calc_eq_node", "OOP", "r:0:c:c:7d"}},
-    {cmd_calc_ev, {"calc_ev", "OOP", "r:0:c:c:7d"}},
-    {cmd_calc_ev, {"calc_ev", "IP", "r:0:c:c:7d:c:c:8h:c"}},
-    {cmd_show_range, {"show_range", "OOP", "r:0:c:c:7d:c:c:8h"}},
-};
-
 // Builds the game, forces random weights per hand at the root and locks it;
 // nothing is trained, so every other node plays its default strategy with
 // isomorphism on and off alike. The replies of every query, in order.
-std::vector<std::string> replies_under_a_forced_root(Spot spot, bool isomorphic, const std::vector<Query>& queries) {
+std::vector<std::string> replies_under_a_forced_root(Spot spot, bool isomorphic, const std::vector<Tokens>& queries) {
     spot.isomorphic = isomorphic;
     build_spot(spot, class_range(41, 0.3), class_range(42, 0.3));
     std::mt19937 random(17);
@@ -82,11 +49,11 @@ std::vector<std::string> replies_under_a_forced_root(Spot spot, bool isomorphic,
     for (size_t action = 0; action < engine->nodes[0].children.size(); ++action) {
         Tokens tokens = {"set_strategy", "r:0", std::to_string(action)};
         for (int hand = 0; hand < combo_count; ++hand) tokens.push_back(std::to_string(draw(random)));
-        EXPECT_EQ(reply_to(cmd_set_strategy, tokens), "set_strategy ok!\n");
+        EXPECT_EQ(reply_to(tokens), "set_strategy ok!\n");
     }
-    EXPECT_EQ(reply_to(cmd_lock_node, {"lock_node", "r:0"}), "lock_node ok!\n");
+    EXPECT_EQ(reply_to({"lock_node", "r:0"}), "lock_node ok!\n");
     std::vector<std::string> replies;
-    for (const Query& query : queries) replies.push_back(reply_to(query.handler, query.tokens));
+    for (const Tokens& query : queries) replies.push_back(reply_to(query));
     destroy_engine();
     tree_ready = false;
     return replies;
@@ -104,12 +71,12 @@ std::vector<double> all_numbers(const std::string& text) {
     return values;
 }
 
-void expect_the_same_with_isomorphism_on_and_off(const Spot& spot, const std::vector<Query>& queries) {
+void expect_the_same_with_isomorphism_on_and_off(const Spot& spot, const std::vector<Tokens>& queries) {
     prepare_tables();
     const std::vector<std::string> plain = replies_under_a_forced_root(spot, false, queries);
     const std::vector<std::string> folded = replies_under_a_forced_root(spot, true, queries);
     for (size_t q = 0; q < queries.size(); ++q) {
-        const std::string what = queries[q].tokens[0] + " " + queries[q].tokens.back();
+        const std::string what = queries[q].front() + " " + queries[q].back();
         const std::vector<double> expected = all_numbers(plain[q]);
         const std::vector<double> got = all_numbers(folded[q]);
         ASSERT_GT(expected.size(), 0u) << what << ": " << plain[q];
@@ -126,18 +93,34 @@ void expect_the_same_with_isomorphism_on_and_off(const Spot& spot, const std::ve
     }
 }
 
+// A turn board of two suits: the rivers of the other two are one stored card
+// (clubs) and its image. Lines on both, and a line over every river.
 TEST(ImageQueries, TurnGameUnderAForcedRootAgreesWithIsomorphismOnAndOff) {
     Spot spot;
     spot.flop = "Ks 9s 5h";
     spot.turn = "2h";
     spot.lines = turn_lines;
-    expect_the_same_with_isomorphism_on_and_off(spot, turn_queries);
+    expect_the_same_with_isomorphism_on_and_off(
+        spot, {{"calc_line_freq", "r:0:c:c:7d:c"}, {"calc_line_freq", "r:0:c:c:7c:b50"},
+               {"calc_line_freq", "r:0:c:c:c"}, {"calc_global_freq", "r:0:c:c:7d:c"},
+               {"calc_eq_node", "IP", "r:0:c"}, {"calc_ev", "OOP", "r:0:c:c:7d"}, {"calc_ev", "IP", "r:0:c:c:7c:c"},
+               {"show_range", "OOP", "r:0:c:c:7d"}, {"show_probs", "r:0:c:c:7d"}});
 }
 
+// A flop of one suit: the turn's clubs stand for diamonds and hearts too.
+// Under the diamond, the hearts river is an image of the stored river (clubs
+// in the stored turn's suits). Under the heart, the order of the real cards
+// and the suits the walk deals it in part.
 TEST(ImageQueries, FlopGameUnderAForcedRootAgreesWithIsomorphismOnAndOff) {
     Spot spot;
     spot.flop = "Qs Js 2s";
-    expect_the_same_with_isomorphism_on_and_off(spot, flop_queries);
+    expect_the_same_with_isomorphism_on_and_off(
+        spot, {{"calc_line_freq", "r:0:c:c:7d:c"}, {"calc_line_freq", "r:0:c:c:7d:c:c:8h:c"},
+               {"calc_line_freq", "r:0:c:c:c:c:c"}, {"calc_eq_node", "IP", "r:0:c"},
+               {"calc_eq_node", "OOP", "r:0:c:c:7d"}, {"calc_eq_node", "OOP", "r:0:c:c:7h:c:c:8d"},
+               {"calc_ev", "OOP", "r:0:c:c:7d"}, {"calc_ev", "IP", "r:0:c:c:7d:c:c:8h:c"},
+               {"calc_ev", "OOP", "r:0:c:c:7h"}, {"calc_ev", "IP", "r:0:c:c:7h:c:c:8c:c"},
+               {"show_range", "OOP", "r:0:c:c:7d:c:c:8h"}});
 }
 
 }  // namespace
