@@ -192,10 +192,6 @@ bool capture_uses_cache(const SubgameEngine& e, bool river_position) {
     return !(request.node->street >= turn_street && request.turn >= 0);
 }
 
-}  // namespace
-
-namespace {
-
 // The image of `card` that a capture request below it names, else 0.
 int captured_image(const SubgameEngine& e, const WalkFrame& frame, const RunoutBoard& card) {
     const CaptureRequest* request = e.mode == mode_capture ? e.capture_request : nullptr;

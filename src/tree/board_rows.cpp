@@ -13,6 +13,17 @@ bool isomorphic(const SubgameEngine& e) { return (e.flags & isomorphism_on_flag)
 
 CardMask mask_of(Card card) { return card >= 0 ? card_bit(card) : 0; }
 
+// Swaps canonical suits `a` and `b` after the order.
+void swap_suits(SuitOrder& order, int a, int b) {
+    for (uint8_t& suit : order) {
+        if (suit == a) {
+            suit = static_cast<uint8_t>(b);
+        } else if (suit == b) {
+            suit = static_cast<uint8_t>(a);
+        }
+    }
+}
+
 // Which image of its stored board a real card is, in the suits of the list
 // it is dealt from.
 int image_of(const RunoutBoard& board, Card card) {
@@ -82,21 +93,6 @@ QueryBoard node_query_board(const SubgameEngine& e, const TreeNode& node, Card t
     return board;
 }
 
-namespace {
-
-// Swaps canonical suits `a` and `b` after the order.
-void swap_suits(SuitOrder& order, int a, int b) {
-    for (uint8_t& suit : order) {
-        if (suit == a) {
-            suit = static_cast<uint8_t>(b);
-        } else if (suit == b) {
-            suit = static_cast<uint8_t>(a);
-        }
-    }
-}
-
-}  // namespace
-
 SuitOrder client_suit_order(const SubgameEngine& e, const QueryBoard& board) {
     const CardMask turn = mask_of(board.turn);
     const CardMask river = mask_of(board.river);
@@ -134,7 +130,7 @@ RangeVector expand_row(const SubgameEngine& e, const QueryBoard& board, const fl
 }
 
 void gather_row(const SubgameEngine& e, const QueryBoard& board, const RangeVector& values, float* row) {
-    // Into canonical suits by the order the real cards make, then onto the list.
+    // Into canonical suits by the client's order, then onto the list.
     RangeVector canonical = values;
     if (isomorphic(e)) permute_range(client_suit_order(e, board), canonical.data(), values.data());
     const std::vector<int16_t>& hand_of_slot = *board.hand_of_slot;
