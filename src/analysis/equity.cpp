@@ -43,26 +43,12 @@ void add_through(float* parent, const HandVector& child, const std::vector<int16
         if (table[h] >= 0) parent[table[h]] += child.data[h];
 }
 
-// Rounding alone sets a hand's images apart in the last bits of their
-// reaches; only a relative difference above this counts (as in the walk).
-constexpr float image_tolerance = 1e-4f;
-
 // Whether the card's images must be walked each from its own reach: only once
 // forced strategies or combo locks may have set a hand and its images apart,
 // and the reach above shows it.
 bool images_apart(const SubgameEngine& e, const RunoutBoard& board, const HandVector& reach) {
-    if (!e.images_may_differ || board.multiplicity == 1) return false;
-    const std::vector<int16_t>& identity = board.image_tables[0];
-    for (int k = 1; k < board.multiplicity; ++k) {
-        const std::vector<int16_t>& table = board.image_tables[k];
-        for (size_t h = 0; h < identity.size(); ++h) {
-            const float stored = reach.data[identity[h]];
-            const float image = table[h] >= 0 ? reach.data[table[h]] : 0.0f;
-            if (std::fabs(stored - image) > image_tolerance * std::max(std::fabs(stored), std::fabs(image)))
-                return true;
-        }
-    }
-    return false;
+    if (!e.images_may_differ || board.multiplicity == 1 || !reach.data) return false;
+    return reach_differs_across_images(board, reach.data);
 }
 
 // Walks the child from the reach above read through `gather`.

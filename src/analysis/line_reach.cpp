@@ -128,29 +128,13 @@ void deal(const RunoutBoard& board, const Reach& above, Reach& below, int image)
     }
 }
 
-// Rounding alone sets a hand's images apart in the last bits of their reaches;
-// only a relative difference above this counts (as in the walk).
-constexpr double image_tolerance = 1e-4;
-
 // Whether the real cards that `board` stands for must be dealt each through
 // its own table: only once forced strategies or combo locks may have set a
 // hand and its images apart, and the reaches above show it. Otherwise every
 // image reads the stored card's table, as the walk does.
 bool images_apart(const SubgameEngine& e, const RunoutBoard& board, const Reach& above) {
     if (!e.images_may_differ || board.multiplicity == 1) return false;
-    const std::vector<int16_t>& identity = board.image_tables[0];
-    for (int k = 1; k < board.multiplicity; ++k) {
-        const std::vector<int16_t>& table = board.image_tables[k];
-        for (int player = 0; player < 2; ++player) {
-            for (size_t h = 0; h < identity.size(); ++h) {
-                const double stored = above[player][identity[h]];
-                const double image = table[h] >= 0 ? above[player][table[h]] : 0.0;
-                if (std::fabs(stored - image) > image_tolerance * std::max(std::fabs(stored), std::fabs(image)))
-                    return true;
-            }
-        }
-    }
-    return false;
+    return reach_differs_across_images(board, above[0].data()) || reach_differs_across_images(board, above[1].data());
 }
 
 // The share of the deals of a pair of hands that a board of the line's

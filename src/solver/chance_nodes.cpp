@@ -74,26 +74,6 @@ void gather_child(HandVector& child, const HandVector& parent, const RunoutBoard
     vec::gather(child.data, parent.data, card.image_tables[0].data(), count);
 }
 
-// Rounding alone sets a hand's images apart in the last bits of their
-// reaches; only a relative difference above this counts.
-constexpr float image_tolerance = 1e-4f;
-
-bool same_through_images(const RunoutBoard& card, const HandVector& parent) {
-    if (!parent.data) return true;
-    const int count = static_cast<int>(card.hands.size());
-    const int16_t* identity = card.image_tables[0].data();
-    for (int k = 1; k < card.multiplicity; ++k) {
-        const int16_t* table = card.image_tables[k].data();
-        for (int h = 0; h < count; ++h) {
-            const float stored = parent.data[identity[h]];
-            const float image = table[h] >= 0 ? parent.data[table[h]] : 0.0f;
-            if (std::fabs(stored - image) > image_tolerance * std::max(std::fabs(stored), std::fabs(image)))
-                return false;
-        }
-    }
-    return true;
-}
-
 // The reach of one image of the card, times `share`; an image the parent
 // list lacks is not reached.
 void gather_image(HandVector& child, const HandVector& parent, const int16_t* table, int count, float share) {
@@ -212,7 +192,8 @@ bool images_share_walk(const SubgameEngine& e, const RunoutBoard& card, const Ha
     // Without forced strategies, the strategies learnt treat images alike
     // but for rounding, and a shared walk costs one image's time.
     if (!e.images_may_differ || card.multiplicity == 1) return true;
-    return same_through_images(card, reach) && same_through_images(card, own_reach);
+    return !(reach.data && reach_differs_across_images(card, reach.data)) &&
+           !(own_reach.data && reach_differs_across_images(card, own_reach.data));
 }
 
 void walk_images_apart(WalkFrame& frame, const RunoutBoard& card, const HandVector& reach,

@@ -10,7 +10,9 @@
 // that the stored board stands for under suit isomorphism.
 #pragma once
 
+#include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -73,6 +75,28 @@ struct RunoutBoard {
     std::vector<SmallGroup> small_groups;
     std::vector<LargeGroup> large_groups;
 };
+
+// Rounding alone sets a hand's suit images apart in the last bits of their
+// reaches; only a relative difference above this counts.
+constexpr double image_reach_tolerance = 1e-4;
+
+// Whether `reach`, a list of the hands above `card`, reaches some hand of the
+// card differently from one of its suit images: then each real card the stored
+// one stands for must be dealt through its own table.
+template <typename Value>
+bool reach_differs_across_images(const RunoutBoard& card, const Value* reach) {
+    const std::vector<int16_t>& identity = card.image_tables[0];
+    for (int k = 1; k < card.multiplicity; ++k) {
+        const std::vector<int16_t>& table = card.image_tables[k];
+        for (size_t h = 0; h < identity.size(); ++h) {
+            const double stored = reach[identity[h]];
+            const double image = table[h] >= 0 ? reach[table[h]] : 0.0;
+            if (std::fabs(stored - image) > image_reach_tolerance * std::max(std::fabs(stored), std::fabs(image)))
+                return true;
+        }
+    }
+    return false;
+}
 
 // The flop and everything under it; one per engine. A tree that starts on the
 // turn or the river still has it, with a single stored turn (and river).
