@@ -59,25 +59,6 @@ Options parse(int argc, char** argv) {
     return o;
 }
 
-
-// Runs a query once and stops the harness when it is refused: a timing of an
-// error reply would mean nothing.
-void check_reply(const std::string& line) {
-    char path[] = "/tmp/analysis_bench_XXXXXX";
-    const int fd = mkstemp(path);
-    if (fd < 0) return;
-    close(fd);
-    run_into(path, {line});
-    std::ifstream file(path);
-    std::string first;
-    std::getline(file, first);
-    std::remove(path);
-    if (first.rfind("ERROR", 0) == 0 || first.empty()) {
-        std::fprintf(stderr, "%s: %s\n", line.c_str(), first.c_str());
-        std::exit(1);
-    }
-}
-
 double milliseconds_since(uint64_t start_ns) { return static_cast<double>(clock_ns() - start_ns) * 1e-6; }
 
 // Median milliseconds of `runs` runs of `line`, `prepare` run untimed before each.
@@ -129,11 +110,11 @@ int main(int argc, char** argv) {
     const std::string root = "r:0";
     const std::string& river = options.river_path;
     for (const std::string& path : {root, river}) {
-        check_reply("show_strategy " + path);
-        check_reply("calc_ev OOP " + path);
-        check_reply("calc_eq_node OOP " + path);
+        checked_first_reply("show_strategy " + path);
+        checked_first_reply("calc_ev OOP " + path);
+        checked_first_reply("calc_eq_node OOP " + path);
     }
-    check_reply("calc_eq OOP");
+    checked_first_reply("calc_eq OOP");
 
     const auto nothing = [] {};
     // Another iteration count: the results and every captured value are due.

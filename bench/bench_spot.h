@@ -126,3 +126,15 @@ inline std::string replies_of(const std::vector<std::string>& lines) {
     unlink(path);
     return text;
 }
+
+// The first line a query replies, stopping the harness when it is refused or
+// silent: a timing of an error reply would mean nothing.
+inline std::string checked_first_reply(const std::string& line) {
+    const std::string text = replies_of({line});
+    const std::string first = text.substr(0, text.find('\n'));
+    if (first.empty() || first.rfind("ERROR", 0) == 0) {
+        std::fprintf(stderr, "%s: %s\n", line.c_str(), first.c_str());
+        std::exit(1);
+    }
+    return first;
+}

@@ -62,25 +62,6 @@ std::string load_average() {
     return one + " " + five + " " + fifteen;
 }
 
-// The reply of a query, which must be a number: a timing of a refusal would
-// mean nothing.
-std::string checked_reply(const std::string& line) {
-    char path[] = "/tmp/frequency_bench_XXXXXX";
-    const int fd = mkstemp(path);
-    if (fd < 0) return "";
-    close(fd);
-    run_into(path, {line});
-    std::ifstream file(path);
-    std::string first;
-    std::getline(file, first);
-    std::remove(path);
-    if (first.empty() || first.rfind("ERROR", 0) == 0) {
-        std::fprintf(stderr, "%s: %s\n", line.c_str(), first.c_str());
-        std::exit(1);
-    }
-    return first;
-}
-
 void set_threads(int count) {
     threads = count;
     omp_set_num_threads(count);
@@ -95,7 +76,7 @@ double median(std::vector<double> values) {
 // Runs the query at 1 thread, then at 2, `runs` times over, and prints the
 // median milliseconds of each beside the reply.
 void time_query(const std::string& line, int runs) {
-    const std::string reply = checked_reply(line);
+    const std::string reply = checked_first_reply(line);
     std::vector<double> times[2];
     for (int r = 0; r < runs; ++r) {
         for (int team = 1; team <= 2; ++team) {
