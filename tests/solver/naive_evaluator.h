@@ -15,6 +15,8 @@
 // them.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cmath>
 #include <vector>
@@ -22,6 +24,7 @@
 #include "model/cards.h"
 #include "model/hand_strength.h"
 #include "shell/protocol/game_setup.h"
+#include "solver/solver_driver.h"
 #include "tree/boards.h"
 #include "tree/engine.h"
 #include "tree/isomorphism.h"
@@ -250,3 +253,18 @@ private:
     CardMask hands_[combo_count];
     int player_ = 0;
 };
+
+// Both players' EV and MES in `results` against the naive evaluation, within
+// a hundredth of a chip, and the two EVs adding up to nothing within
+// `zero_sum`: what one player wins the other loses, whatever the strategies.
+// Returns the naive exploitability.
+inline double expect_matches_naive(const SolverProgressRecord& results, NaiveEvaluator& naive, double zero_sum) {
+    const auto [ev_oop, mes_oop] = naive.evaluate(0);
+    const auto [ev_ip, mes_ip] = naive.evaluate(1);
+    EXPECT_NEAR(results.ev_oop, ev_oop, 0.01);
+    EXPECT_NEAR(results.mes_oop, mes_oop, 0.01);
+    EXPECT_NEAR(results.ev_ip, ev_ip, 0.01);
+    EXPECT_NEAR(results.mes_ip, mes_ip, 0.01);
+    EXPECT_NEAR(results.ev_oop + results.ev_ip, 0.0, zero_sum);
+    return 0.5 * (mes_oop + mes_ip - ev_oop - ev_ip);
+}

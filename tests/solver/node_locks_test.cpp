@@ -82,15 +82,8 @@ protected:
     static void expect_results_match(const std::vector<ForcedStrategy>& forced, const char* stage) {
         const SolverProgressRecord results = calc_results_now();
         NaiveEvaluator naive(*engine, forced);
-        const auto [ev_oop, mes_oop] = naive.evaluate(0);
-        const auto [ev_ip, mes_ip] = naive.evaluate(1);
         SCOPED_TRACE(stage);
-        EXPECT_NEAR(results.ev_oop, ev_oop, 0.01);
-        EXPECT_NEAR(results.mes_oop, mes_oop, 0.01);
-        EXPECT_NEAR(results.ev_ip, ev_ip, 0.01);
-        EXPECT_NEAR(results.mes_ip, mes_ip, 0.01);
-        // Whatever the strategies, one player's gain is the other's loss.
-        EXPECT_NEAR(results.ev_oop + results.ev_ip, 0.0, 1e-4);
+        expect_matches_naive(results, naive, 1e-4);
     }
 
     // The same, and the check has teeth: the free best response of the
