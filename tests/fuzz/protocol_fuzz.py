@@ -1,29 +1,22 @@
 #!/usr/bin/python3
 """Protocol fuzzer: random valid and malformed sessions against the program.
 
-Each session is made from one seed: small ranges, boards and lines, builds,
-solves with go/stop, queries on good and bad paths, settings changed during a
+Each session, made from one seed, sets up and builds a small game, then mixes
+queries on good and bad paths, solves with go/stop, settings changed during a
 solve, odd numbers, long tokens and lines, random bytes, scripts that load
-scripts, skips and redirections. It is written to the program's standard
-input through a pipe, with a marker `echo` after every command so that each
-reply can be told apart, and ends with `is_ready`.
-
-A session fails when the program dies (a signal or a nonzero exit), writes
-anything to standard error (a sanitizer report, an uncaught exception), does
-not answer the closing `is_ready` within the time limit, or replies with a
-line that is in none of the forms the command may answer in: its "ok!", its
-own data lines, "END", "ERROR: ...", "Invalid value", the solver's lines, and
-debug lines under -v. Numbers the protocol prints for client questions must
-be finite, except where it prints "nan" for a hand on purpose.
+scripts, skips and redirections. An `echo` marker follows every command so
+that each reply can be told apart; `is_ready` closes the input. A session
+fails when the program dies, writes to standard error (a sanitizer report),
+does not answer the closing `is_ready` in time, or replies with a line in none
+of the forms its commands may answer in.
 
     protocol_fuzz.py --binary build-asan/tavrek [--seconds 60 | --sessions N]
                      [--seed S] [--jobs 2] [--keep DIR]
 
 Session k runs with seed S + k. A failed session is kept in DIR/seed-<seed>/
-(DIR defaults to fuzz-failures beside the binary)
-(input.txt, the scripts it names, stdout.txt, stderr.txt); to replay it, run
-the binary in that folder with input.txt on standard input, or run the
-fuzzer again with --seed <seed> --sessions 1.
+(DIR defaults to fuzz-failures beside the binary): input.txt, the scripts it
+names, stdout.txt and stderr.txt. Replay it with the binary in that folder and
+input.txt on standard input, or with --seed <seed> --sessions 1.
 """
 import argparse
 import concurrent.futures
@@ -37,25 +30,20 @@ import tempfile
 import time
 
 RANKS = "23456789TJQKA"
-SUITS = "cdhs"
-CARDS = [rank + suit for suit in SUITS for rank in RANKS]
+CARDS = [rank + suit for suit in "cdhs" for rank in RANKS]
 LINE_BOUND = 1 << 20
-
 SESSION_LIMIT_SECONDS = 120
-
-# ---------------------------------------------------------------------------
-# The tokeniser, as the program cuts a line: blanks separate, a double quote
-# opens a span that the next quote closes, and a closing quote ends a token.
 
 
 def tokenise(line):
+    """As the program cuts a line: blanks separate, a quote opens a span that
+    the next quote closes, and a closing quote ends a token."""
     tokens, current, in_quotes = [], "", False
     for ch in list(line) + [None]:
         if ch is None or (ch == '"' and in_quotes) or (ch == " " and not in_quotes):
             if current:
                 tokens.append(current)
-            current = ""
-            in_quotes = False
+            current, in_quotes = "", False
         elif ch == '"':
             in_quotes = True
         else:
@@ -67,120 +55,66 @@ def tokenise(line):
 # Reply forms.
 
 NUMBER = r"-?(?:\d+\.?\d*|\.\d+)(?:e[-+]?\d+)?"
-NUMBER_RE = re.compile(r"^" + NUMBER + r"$")
 COMBO = r"[2-9TJQKA][cdhs][2-9TJQKA][cdhs]"
-CARD_LIST_RE = re.compile(r"^[2-9TJQKA][cdhs]( [2-9TJQKA][cdhs])*$")
-SOLVER_LINES = [
-    re.compile(r"^SOLVER: started$"),
-    re.compile(r"^SOLVER: stopped \((requested|required accuracy reached|required number of steps done|timeout reached)\)$"),
-    re.compile(r"^SOLVER:$"),
-    re.compile(r"^running time: " + NUMBER + "$"),
-    re.compile(r"^(EV OOP|EV IP|OOP's MES|IP's MES|Exploitable for): " + NUMBER + "$"),
-    re.compile(r"^END$"),
-]
+SOLVER_LINE = re.compile(r"^(SOLVER: started|SOLVER: stopped \((requested|required accuracy reached|"
+                         r"required number of steps done|timeout reached)\)|SOLVER:|END|"
+                         r"(running time|EV OOP|EV IP|OOP's MES|IP's MES|Exploitable for): " + NUMBER + ")$")
 
 
-def is_number(text):
-    return bool(NUMBER_RE.match(text))
+def full(pattern):
+    compiled = re.compile("^(?:" + pattern + ")$")
+    return lambda line: compiled.match(line) is not None
 
 
-def vector_line(line, nan_allowed):
+is_number = full(NUMBER)
+
+
+def numbers(line, count=None, nan=False):
     values = line.split(" ")
-    return len(values) == 1326 and all(is_number(v) or (nan_allowed and v in ("nan", "-nan")) for v in values)
+    return ((count is None or len(values) == count)
+            and all(is_number(v) or (nan and v in ("nan", "-nan")) for v in values))
 
 
-def matches(pattern, line):
-    return re.match(pattern, line) is not None
-
-
-def node_line(line):
-    return (matches(r"^child \d+:$", line) or line in ("ROOT", "SPLIT_NODE", "END_NODE", "OOP_DEC", "IP_DEC")
-            or matches(r"^r(:.*)?$", line) or bool(CARD_LIST_RE.match(line))
-            or (len(line.split(" ")) == 3 and all(is_number(v) for v in line.split(" ")))
-            or matches(r"^\d+ children$", line) or matches(r"^flags:( [A-Z_ ]*)?$", line))
-
-
-def probs_line(line):
-    m = re.match(r"^OOP (\S+) IP (\S+) (.*)$", line)
-    if not m or not is_number(m.group(1)) or not is_number(m.group(2)):
-        return False
-    items = m.group(3).split(" ") if m.group(3) else []
-    return len(items) % 2 == 0 and all(is_number(v) for v in items[1::2])
-
-
-def pp_line(line, decimals_pairs):
-    if decimals_pairs:
-        return matches(r"^" + COMBO + r": (-?nan|" + NUMBER + r"); (-?nan|" + NUMBER + r")$", line)
-    return matches(r"^" + COMBO + r": (  " + NUMBER + r")*$", line)
-
-
-def any_line(_line):
-    return True
-
-
-ACK_ONLY = set("""is_ready set_threads ai6_set_threads set_recalc_accuracy set_isomorphism skip_if_done stop
-set_range set_board set_pot clear_lines free_schematic_tree add_line remove_line force_line cut_line build_tree
-free_tree stdoutredi stdoutredi_append stdoutback set_eff_stack set_rake set_accuracy set_compression
-ai6_set_compression set_scheduler enable_avx512 enable_river_strategy take_a_break ignore_mem_check
-reset_tree_info add_info_line set_simd_level set_precision go sleep wait_for_solver""".split())
+node_line = full(r"child \d+:|ROOT|SPLIT_NODE|END_NODE|OOP_DEC|IP_DEC|r(:.*)?|[2-9TJQKA][cdhs]( [2-9TJQKA][cdhs])*|"
+                 r"\d+ children|flags:( [A-Z_ ]*)?|" + NUMBER + " " + NUMBER + " " + NUMBER)
+pp_pairs = full(COMBO + r": (-?nan|" + NUMBER + r"); (-?nan|" + NUMBER + r")")
+vector = lambda l: numbers(l, 1326)
+vector_or_nan = lambda l: numbers(l, 1326, nan=True)
+any_line = lambda l: True  # client text comes back as it was sent
 
 DATA_FORMS = {
-    "solver_time": lambda l: matches(r"^\d+\.\d{6}$", l),
-    "show_hand_order": lambda l: len(l.split(" ")) == 1326 and all(re.match("^" + COMBO + "$", c) for c in l.split(" ")),
-    "show_settings": lambda l: False,
-    "show_tree_params": lambda l: (matches(r"^board: ([2-9TJQKA][cdhs]( [2-9TJQKA][cdhs])*)?$", l)
-                                   or (l.startswith("pot: ") and all(is_number(v) for v in l[5:].split(" ")))
-                                   or l in ("bet_sizes: ", "donk_bet: FALSE")),
-    "is_tree_present": lambda l: l in ("true", "false"),
-    "show_node": node_line,
-    "show_children": node_line,
-    "show_strategy": lambda l: vector_line(l, False),
-    "show_strategy_pp": lambda l: pp_line(l, False),
-    "show_range": lambda l: vector_line(l, False),
-    "show_probs": probs_line,
-    "calc_results": lambda l: False,  # its lines are those of the solver's report
-    "calc_ev": lambda l: vector_line(l, True),
-    "calc_ev_pp": lambda l: pp_line(l, True),
-    "calc_ev_line": lambda l: vector_line(l, False),
-    "calc_eq": lambda l: vector_line(l, True),
-    "calc_eq_pp": lambda l: pp_line(l, True),
-    "calc_eq_node": lambda l: vector_line(l, True) or is_number(l),
-    "show_memory": lambda l: matches(r"^(Total Physical Memory|Available Phys Memory): -?\d+ MB$", l),
-    "node_count": lambda l: matches(r"^(H_DEC|V_DEC|SPLIT|END|ROOT|TOTAL): \d+$", l) or matches(r"^(FLOP|TURN|RIVER) +\d+$", l),
-    "show_effective_stack": lambda l: matches(r"^-?\d+$", l),
-    "show_category_names": lambda l: matches(r"^[a-z0-9_ ]+$", l),
-    "show_categories": lambda l: all(is_number(v) for v in l.rstrip(" ").split(" ")),
-    # A range that is not suit-symmetric, on a tree that skips the range test.
-    "build_tree": lambda l: l.startswith("isomorph error: "),
-    "cut_line": lambda l: l.startswith("isomorph error: "),
-    "get_actual_compression": lambda l: matches(r"^compression -?\d+$", l),
-    "ai6_get_actual_compression": lambda l: matches(r"^compression -?\d+$", l),
-    "get_instruction_set": lambda l: matches(r"^[A-Za-z0-9-]+$", l),
-    "ai6_get_instruction_set": lambda l: matches(r"^[A-Za-z0-9-]+$", l),
-    "help": lambda l: matches(r"^[a-z0-9_]+$", l),
-    # Client text comes back as it was sent.
-    "echo": any_line,
-    "repeat": any_line,
-    "show_tree_info": any_line,
-    "show_cpu_info": any_line,
+    "solver_time": full(r"\d+\.\d{6}"),
+    "show_hand_order": full(COMBO + "( " + COMBO + "){1325}"),
+    "show_tree_params": lambda l: (full(r"board: ([2-9TJQKA][cdhs]( [2-9TJQKA][cdhs])*)?|bet_sizes: |donk_bet: FALSE")(l)
+                                   or (l.startswith("pot: ") and numbers(l[5:]))),
+    "is_tree_present": full("true|false"),
+    "show_strategy_pp": full(COMBO + r": (  " + NUMBER + r")*"),
+    "show_probs": full("OOP {0} IP {0} (\\S* {0}( \\S* {0})*)?".format(NUMBER)),
+    "calc_eq_node": lambda l: vector_or_nan(l) or is_number(l),
+    "show_memory": full(r"(Total Physical Memory|Available Phys Memory): -?\d+ MB"),
+    "node_count": full(r"(H_DEC|V_DEC|SPLIT|END|ROOT|TOTAL): \d+|(FLOP|TURN|RIVER) +\d+"),
+    "show_effective_stack": full(r"-?\d+"),
+    "show_category_names": full(r"[a-z0-9_ ]+"),
+    "show_categories": lambda l: numbers(l.rstrip(" ")),
+    "help": full(r"[a-z0-9_]+"),
 }
+for words, form in (("show_node show_children", node_line), ("show_strategy show_range calc_ev_line", vector),
+                    ("calc_ev calc_eq", vector_or_nan), ("calc_ev_pp calc_eq_pp", pp_pairs),
+                    # a range that is not suit-symmetric, on a tree that skips the range test
+                    ("build_tree cut_line", lambda l: l.startswith("isomorph error: ")),
+                    ("get_actual_compression ai6_get_actual_compression", full(r"compression -?\d+")),
+                    ("get_instruction_set ai6_get_instruction_set", full(r"[A-Za-z0-9-]+")),
+                    ("echo repeat show_tree_info show_cpu_info", any_line)):
+    DATA_FORMS.update(dict.fromkeys(words.split(), form))
 
 
 def line_allowed(line, words, verbose):
     """True when `line` is a form that one of the commands `words` may reply."""
-    if line.startswith("ERROR: ") or line == "Invalid value" or line == "END":
-        return True
-    if any(p.match(line) for p in SOLVER_LINES):
+    if line.startswith("ERROR: ") or line == "Invalid value" or SOLVER_LINE.match(line):
         return True
     if verbose and line.startswith("[") and line.endswith("]"):
         return True
-    for word in words:
-        if line == word + " ok!":
-            return True
-        form = DATA_FORMS.get(word)
-        if form and form(line):
-            return True
-    return False
+    return any(line == word + " ok!" or DATA_FORMS.get(word, lambda l: False)(line) for word in words)
 
 
 # ---------------------------------------------------------------------------
@@ -190,19 +124,15 @@ def line_allowed(line, words, verbose):
 class Session:
     def __init__(self, seed, hand_order, folder):
         self.rng = random.Random(seed)
-        self.seed = seed
         self.hand_order = hand_order
         self.folder = folder
         self.nonce = "%08x" % self.rng.getrandbits(32)
-        self.commands = []  # text of each command line, in order
+        self.commands = []
         self.board = []
         self.lines = []
         self.labels = []
-        self.unbounded_solve = False
         self.scripts = {}  # name -> list of commands
         self.verbose = self.rng.random() < 0.15
-
-    # -- small pieces --------------------------------------------------------
 
     def pick(self, *choices):
         return self.rng.choice(choices)
@@ -212,49 +142,34 @@ class Session:
                          "2147483647", "-2147483648", "99999999999", "1e-320", "4.9e-324", "1.5", " 7 ", "1%d",
                          "%s%s%n", "12abc", "+3", "0.0000001", "1e5", "00", "-")
 
-    def card(self):
-        return self.rng.choice(CARDS)
-
     def new_board(self):
-        count = self.pick(3, 4, 4, 5, 5, 5)
-        self.board = self.rng.sample(CARDS, count)
+        self.board = self.rng.sample(CARDS, self.pick(3, 4, 4, 5, 5, 5))
         return "set_board " + " ".join(self.board)
 
     def bad_board(self):
-        kind = self.rng.randrange(6)
-        if kind == 0:
-            return "set_board " + " ".join([self.card()] * 3)
-        if kind == 1:
-            return "set_board " + " ".join(self.rng.sample(CARDS, 3) + [self.card()] * 2)
-        if kind == 2:
-            return "set_board Zz Ah Kd"
-        if kind == 3:
-            return "set_board " + "".join(self.rng.sample(CARDS, 3)) + " Qc"
-        if kind == 4:
-            return "set_board " + " ".join(self.rng.sample(CARDS, self.pick(1, 2, 6, 7)))
-        return "set_board " + "A" * self.rng.randint(200, 300) + " Kd Qc"
-
-    @staticmethod
-    def hand_class(combo):
-        ranks = "".join(sorted((combo[0], combo[2]), key=RANKS.index))
-        return ranks + ("p" if combo[0] == combo[2] else "s" if combo[1] == combo[3] else "o")
+        card = self.rng.choice(CARDS)
+        return "set_board " + self.pick(" ".join([card] * 3), " ".join(self.rng.sample(CARDS, 3) + [card] * 2),
+                                        "Zz Ah Kd", "".join(self.rng.sample(CARDS, 3)) + " Qc",
+                                        " ".join(self.rng.sample(CARDS, self.pick(1, 2, 6, 7))),
+                                        "A" * self.rng.randint(200, 300) + " Kd Qc")
 
     def range_command(self, player=None, clean=False):
         player = player or self.pick("OOP", "IP", "hero", "villain")
         weights = ["0"] * 1326
-        blocked = set(self.board)
-        live = [i for i, combo in enumerate(self.hand_order) if combo[:2] not in blocked and combo[2:] not in blocked]
+        live = [i for i, combo in enumerate(self.hand_order) if combo[:2] not in self.board and combo[2:] not in self.board]
         chosen = self.rng.sample(live, self.rng.randint(1, 12))
-        symmetric = self.rng.random() < 0.85
-        if symmetric:
-            # Every suit variant of a class weighs the same, as a flop tree
-            # with isomorphism demands.
-            classes = {self.hand_class(self.hand_order[i]) for i in chosen}
-            chosen = [i for i, combo in enumerate(self.hand_order) if self.hand_class(combo) in classes]
-            class_weight = {c: self.pick("1", "1", "0.5", "0.25", "%.3f" % self.rng.random(), "2") for c in classes}
-        for index in chosen:
-            weights[index] = (class_weight[self.hand_class(self.hand_order[index])] if symmetric else
-                              self.pick("1", "1", "0.5", "0.25", "%.3f" % self.rng.random(), "2", "1e-6"))
+        weight = lambda: self.pick("1", "1", "0.5", "0.25", "%.3f" % self.rng.random(), "2")
+        if self.rng.random() < 0.85:
+            # Every suit variant of a hand weighs the same, as a tree with isomorphism demands.
+            def hand_class(combo):
+                ranks = "".join(sorted((combo[0], combo[2]), key=RANKS.index))
+                return ranks + ("p" if combo[0] == combo[2] else "s" if combo[1] == combo[3] else "o")
+            class_weight = {hand_class(self.hand_order[i]): weight() for i in chosen}
+            for i, combo in enumerate(self.hand_order):
+                weights[i] = class_weight.get(hand_class(combo), "0")
+        else:
+            for i in chosen:
+                weights[i] = weight() if self.rng.random() < 0.85 else "1e-6"
         roll = 1.0 if clean else self.rng.random()
         if roll < 0.05:
             weights[self.rng.randrange(1326)] = self.odd_number()
@@ -268,34 +183,16 @@ class Session:
             player = self.pick("oop", "X", "IPX")
         return "set_range " + player + " " + " ".join(weights)
 
-    def bet(self, amount):
-        return amount + self.pick(25, 50, 50, 100, 200)
-
-    def random_line(self):
-        streets = 6 - len(self.board) if self.board else self.pick(1, 2, 3)
-        amounts, top = [], 0
-        for _ in range(streets):
-            kind = self.rng.random()
-            if kind < 0.4:
-                street = [top, top]
-            elif kind < 0.7:
-                b = self.bet(top)
-                street = [b, b]
-            elif kind < 0.85:
-                b = self.bet(top)
-                street = [top, b, b]
-            else:
-                b = self.bet(top)
-                r = self.bet(b)
-                street = [b, r, r]
-            amounts += street
-            top = amounts[-1]
-        amounts = amounts[: self.rng.randint(1, len(amounts))]
-        return amounts
-
     def line_command(self, clean=False):
+        """A betting line of cumulative amounts: checks, bets, raises per street."""
         word = "add_line" if clean else self.pick("add_line", "add_line", "add_line", "force_line", "remove_line")
-        amounts = [str(a) for a in self.random_line()]
+        amounts, top = [], 0
+        for _ in range(6 - len(self.board) if self.board else self.pick(1, 2, 3)):
+            bet = top + self.pick(25, 50, 50, 100, 200)
+            raised = bet + self.pick(25, 50, 50, 100, 200)
+            amounts += self.pick([top, top], [top, top], [bet, bet], [top, bet, bet], [bet, raised, raised])
+            top = amounts[-1]
+        amounts = [str(a) for a in amounts[: self.rng.randint(1, len(amounts))]]
         roll = 1.0 if clean else self.rng.random()
         if roll < 0.08:
             amounts[self.rng.randrange(len(amounts))] = self.odd_number()
@@ -305,136 +202,91 @@ class Session:
             amounts = ["0"] * self.rng.randint(5, 12)
         elif roll < 0.16:
             amounts.append(self.pick("1e31", "1e29", "3e38", "1e308", "50", "10"))
-        if word == "add_line" and roll >= 0.16:
+        elif word == "add_line":
             self.lines.append(amounts)
         return word + " " + " ".join(amounts)
 
     def path(self):
-        roll = self.rng.random()
-        if roll < 0.15:
+        if self.rng.random() < 0.15:
             return self.pick("r", "r:0", "x", "r:1", "r:0:", "r::0", "r:0::c", "r:0:b", "r:0:bx", "r:0:b1e400",
-                             "r:0:bnan", "r:0:f", "r:0:c:c:AhAh", "r:0:c:c:Zz", "r:0" + ":c" * 300,
-                             "r:0:c:c:" + self.card() + ":" + self.card(), "r:0:" + self.card(), "",
-                             "r:0:b" + "9" * 400)
+                             "r:0:bnan", "r:0:f", "r:0:c:c:AhAh", "r:0:c:c:Zz", "r:0" + ":c" * 300, "",
+                             "r:0:c:c:%s:%s" % (self.rng.choice(CARDS), self.rng.choice(CARDS)), "r:0:b" + "9" * 400)
         tokens = ["r", "0"]
-        if not self.lines:
-            return ":".join(tokens)
-        amounts = self.rng.choice(self.lines)
+        amounts = self.rng.choice(self.lines) if self.lines else []
         top, checked = 0.0, False
         for raw in amounts[: self.rng.randint(0, len(amounts))]:
-            try:
-                amount = float(raw)
-            except ValueError:
-                break
+            amount = float(raw)
             if amount > top:
                 tokens.append("b" + raw)
                 top, checked = amount, False
             else:
                 tokens.append("c")
                 if checked or len(tokens) > 3 and tokens[-2].startswith("b"):
-                    # the street has ended: a card may come next
-                    if self.rng.random() < 0.7:
-                        tokens.append(self.card())
+                    if self.rng.random() < 0.7:  # the street has ended: a card may come next
+                        tokens.append(self.rng.choice(CARDS))
                     checked = False
                 else:
                     checked = True
         if self.rng.random() < 0.1:
-            tokens.append(self.pick("f", "c", "b50", self.card()))
+            tokens.append(self.pick("f", "c", "b50", self.rng.choice(CARDS)))
         return ":".join(tokens)
 
     def player(self):
-        if self.rng.random() < 0.9:
-            return self.pick("OOP", "IP", "hero", "villain")
-        return self.pick("oop", "", "X" * 300)
+        return self.pick("OOP", "IP", "hero", "villain") if self.rng.random() < 0.9 else self.pick("oop", "", "X" * 300)
 
     def long_token(self):
         return "x" * self.pick(300, 5000, 70000, 200000)
 
-    def random_bytes_line(self):
-        raw = bytes(self.rng.choice([b for b in range(1, 256) if b != 10]) for _ in range(self.rng.randint(1, 200)))
-        text = raw.decode("latin-1")
-        tokens = tokenise(text)
-        if tokens and tokens[0] == "exit":
-            return "is_ready"
-        return text
-
-    # -- commands ------------------------------------------------------------
+    QUERIES = {"show_node": "path", "show_children": "path", "show_strategy": "path", "show_strategy_pp": "path",
+               "show_probs": "path", "cut_line": "path", "show_range": "player path?", "calc_ev": "player path",
+               "calc_ev_pp": "player path", "calc_ev_line": "player path", "calc_eq_node": "player path",
+               "calc_eq": "player", "calc_eq_pp": "player", "calc_results": "", "node_count": "",
+               "show_effective_stack": "", "is_tree_present": "", "get_actual_compression": "", "show_tree_params": ""}
 
     def query(self):
-        word = self.pick("show_node", "show_children", "show_strategy", "show_strategy_pp", "show_range",
-                         "show_probs", "calc_ev", "calc_ev_pp", "calc_ev_line", "calc_eq", "calc_eq_pp",
-                         "calc_eq_node", "calc_results", "node_count", "show_effective_stack", "cut_line",
-                         "is_tree_present", "get_actual_compression", "show_tree_params")
-        if word in ("show_node", "show_children", "show_strategy", "show_strategy_pp", "show_probs", "cut_line"):
-            return word + " " + self.path()
-        if word in ("show_range",):
-            return word + " " + self.player() + (" " + self.path() if self.rng.random() < 0.8 else "")
-        if word in ("calc_ev", "calc_ev_pp", "calc_ev_line", "calc_eq_node"):
-            return word + " " + self.player() + " " + self.path()
-        if word in ("calc_eq", "calc_eq_pp"):
-            return word + " " + self.player()
-        return word
+        word = self.rng.choice(sorted(self.QUERIES))
+        parts = [word]
+        for kind in self.QUERIES[word].split():
+            if kind != "path?" or self.rng.random() < 0.8:
+                parts.append(self.player() if kind == "player" else self.path())
+        return " ".join(parts)
 
     def setting(self):
-        kind = self.rng.randrange(13)
-        number = self.odd_number() if self.rng.random() < 0.3 else None
-        if kind == 0:
-            return "set_threads " + (number or str(self.pick(1, 2, 3, 0, -5, 8)))
-        if kind == 1:
-            return "set_accuracy " + (number or self.pick("0", "1", "0.5", "0.01 fraction", "5 chips"))
-        if kind == 2:
-            return "set_compression " + (number or self.pick("auto", "none", "low", "medium", "high", "max", "fast",
-                                                              "3", "99", "-7"))
-        if kind == 3:
-            return "set_pot 0 0 " + (number or str(self.pick(100, 50, 0, -100, 1000)))
-        if kind == 4:
-            return "set_simd_level " + (number or str(self.rng.randint(0, 9)))
-        if kind == 5:
-            return "enable_avx512 " + (number or self.pick("0", "1"))
-        if kind == 6:
-            return "set_precision " + (number or self.pick("-2", "0", "1", "2", "3"))
-        if kind == 7:
-            return "set_isomorphism " + self.pick("0", "1", "00") + " " + self.pick("0", "1")
-        if kind == 8:
-            return "set_recalc_accuracy " + " ".join(number or self.pick("0.1", "0", "1") for _ in range(3))
-        if kind == 9:
-            return "enable_river_strategy " + (number or self.pick("0", "1"))
-        if kind == 10:
-            return "set_rake " + (number or "0.05") + " " + self.pick("3", "-1", "nan")
-        if kind == 11:
-            return "set_scheduler " + (number or self.pick("0", "1", "2", "3"))
-        return self.pick("add_info_line " + self.pick("note", "#hidden", '"two words"'), "reset_tree_info",
-                         "show_tree_info", "ignore_mem_check " + self.pick("on", "off", "1"), "set_eff_stack x",
-                         "show_settings", "show_memory", "get_instruction_set", "solver_time", "show_category_names",
-                         "show_categories " + " ".join(self.rng.sample(CARDS, self.pick(3, 4, 5, 2, 6))))
+        word, choices = self.pick(
+            ("set_threads", "1 2 3 0 -5 8"), ("set_accuracy", "0|1|0.5|0.01 fraction|5 chips"),
+            ("set_compression", "auto none low medium high max fast 3 99 -7"), ("set_pot 0 0", "100 50 0 -100 1000"),
+            ("set_simd_level", "0 1 2 3 4 5 6 7 8 9"), ("enable_avx512", "0 1"), ("set_precision", "-2 0 1 2 3"),
+            ("set_isomorphism", "0|1|00|0 0|1 1|0 1"), ("set_recalc_accuracy", "0.1 0.1 0.1|0 0 0|1 1 1"),
+            ("enable_river_strategy", "0 1"), ("set_rake", "0.05 3|0.05 -1|0.05 nan"), ("set_scheduler", "0 1 2 3"),
+            ("add_info_line", 'note|#hidden|"two words"'), ("ignore_mem_check", "on off 1"), ("set_eff_stack", "x"))
+        argument = self.rng.choice(choices.split("|" if "|" in choices else " "))
+        if self.rng.random() < 0.3:
+            argument = self.odd_number()
+        if self.rng.random() < 0.2:
+            return self.pick("reset_tree_info", "show_tree_info", "show_settings", "show_memory", "solver_time",
+                             "get_instruction_set", "show_category_names",
+                             "show_categories " + " ".join(self.rng.sample(CARDS, self.pick(3, 4, 5, 2, 6))))
+        return word + " " + argument
 
     def solve_commands(self):
-        # Only a small count of steps bounds a run: no time limit, or one of
-        # 0 seconds or less, runs up to the iteration ceiling, which takes
-        # minutes. Such a run is stopped before anything waits for it.
-        roll = self.rng.random()
-        if roll < 0.55:
-            go = "go %d steps" % self.rng.randint(0, 30)
-        else:
-            go = "go " + self.pick("", "1 seconds", "0 seconds", "2147483647 steps", "100000 seconds",
-                                   self.odd_number() + " steps", self.odd_number() + " seconds", "1 minutes",
-                                   "5", "1 steps extra", "-3 steps", "-1 seconds")
-            self.unbounded_solve = True
+        # Only a count of steps bounds a run; any other is stopped before anything waits for it.
+        unbounded = self.rng.random() >= 0.55
+        go = ("go " + self.pick("", "1 seconds", "0 seconds", "2147483647 steps", "100000 seconds",
+                                self.odd_number() + " steps", self.odd_number() + " seconds", "1 minutes", "5",
+                                "1 steps extra", "-3 steps", "-1 seconds")
+              if unbounded else "go %d steps" % self.rng.randint(0, 30))
         commands = [go.rstrip()]
         for _ in range(self.rng.randint(0, 4)):
             commands.append(self.pick(self.setting(), self.query(), "is_ready", "build_tree", "free_tree",
                                       "load_script " + self.pick("/", "missing.txt"), "take_a_break 0"))
-        if self.unbounded_solve or self.rng.random() < 0.3:
+        if unbounded or self.rng.random() < 0.3:
             commands.append(self.pick("stop", "stop", "take_a_break 0"))
-            self.unbounded_solve = False
-        commands.append("wait_for_solver")
-        return commands
+        return commands + ["wait_for_solver"]
 
     def script(self, depth=0):
         """Writes a script file and returns its name."""
         name = "script%d.txt" % len(self.scripts)
-        body = []
-        self.scripts[name] = body
+        body = self.scripts[name] = []
         for _ in range(self.rng.randint(1, 6)):
             body.append(self.pick(self.setting(), self.query(), "echo in-" + name, self.line_command(),
                                   "is_ready", "# comment", "   ", "LABEL:"))
@@ -443,10 +295,9 @@ class Session:
             body.append("load_script " + name)  # loads itself: refused at the depth bound
         elif loads < 0.4 and depth < 2:
             body.append("load_script " + self.script(depth + 1))
+        ending = self.pick("\n", "\r\n")
         with open(os.path.join(self.folder, name), "w", encoding="latin-1", newline="") as f:
-            ending = self.pick("\n", "\r\n")
-            text = ending.join(body)
-            f.write(text + (ending if self.rng.random() < 0.8 else ""))
+            f.write(ending.join(body) + (ending if self.rng.random() < 0.8 else ""))
         return name
 
     def script_commands(self):
@@ -455,8 +306,7 @@ class Session:
             return ["load_script " + self.script()]
         if roll < 0.7:
             return ["load_script " + self.pick("/", "/tmp", ".", "/dev/null", "missing.txt", "/dev/zero", '""')]
-        if roll < 0.8:
-            # a script with a line over the bound, then one that runs
+        if roll < 0.8:  # a script with a line over the bound, then one that runs
             name = "long%d.txt" % len(self.scripts)
             self.scripts[name] = ["echo before", "echo after"]
             with open(os.path.join(self.folder, name), "w") as f:
@@ -465,8 +315,7 @@ class Session:
         if roll < 0.9:
             label = "L%d" % self.rng.randint(0, 3)
             self.labels.append(label)
-            existing = self.script()
-            return ["skip_if_done " + self.pick(existing, "missing.txt", ".") + " " + label,
+            return ["skip_if_done " + self.pick(self.script(), "missing.txt", ".") + " " + label,
                     self.query(), "LABEL: " + label if self.rng.random() < 0.7 else "is_ready"]
         target = self.pick("out.txt", "/dev/full", "/nonexistent/x", ".")
         return [self.pick("stdoutredi ", "stdoutredi_append ") + target, self.query(), "echo redirected", "stdoutback"]
@@ -474,16 +323,16 @@ class Session:
     def odd_command(self):
         roll = self.rng.random()
         if roll < 0.25:
-            return self.random_bytes_line()
+            raw = bytes(self.rng.choice(range(1, 256)) for _ in range(self.rng.randint(1, 200)))
+            text = raw.replace(b"\n", b" ").decode("latin-1")
+            return "is_ready" if tokenise(text)[:1] == ["exit"] else text
         if roll < 0.4:
             return "echo " + self.pick(self.long_token(), '"100%d %s %n"', "\xa7x", '"a b"')
         if roll < 0.5:
             count = self.pick("1", "3", "0", "-1", "100000", "99999", "abc")
-            text = "t" if count == "99999" else self.pick("a b", "%s%n", self.long_token()[:3000])
-            return "repeat " + count + " " + text
+            return "repeat %s %s" % (count, "t" if count == "99999" else self.pick("a b", "%s%n", "x" * 3000))
         if roll < 0.6:
-            return self.pick("sleep " + self.pick("0", "5", "-5", "abc", "99999999999", "1e3", "0x10"),
-                             "take_a_break " + self.pick("0", "-1", "x", "99999999999"))
+            return self.pick("sleep ", "take_a_break ") + self.pick("0", "-1", "abc", "99999999999", "1e3", "0x10")
         if roll < 0.7:
             return "echo " + "z" * (LINE_BOUND + self.rng.randint(1, 100000))
         if roll < 0.8:
@@ -497,115 +346,68 @@ class Session:
 
     def generate(self):
         add = self.commands.extend
-        # Set-up: mostly valid, so that builds and solves happen.
-        if self.rng.random() < 0.9:
+        if self.rng.random() < 0.9:  # set-up: mostly valid, so that builds and solves happen
             add([self.new_board(), self.range_command("OOP", True), self.range_command("IP", True),
                  "set_pot 0 0 " + self.pick("100", "100", "50", "0", "-20"), "clear_lines"])
-            for _ in range(self.rng.randint(1, 4)):
-                add([self.line_command(clean=True)])
-            add(["build_tree"])
+            add([self.line_command(clean=True) for _ in range(self.rng.randint(1, 4))] + ["build_tree"])
         for _ in range(self.rng.randint(5, 40)):
             roll = self.rng.random()
-            if roll < 0.25:
-                add([self.query()])
-            elif roll < 0.38:
-                add([self.setting()])
-            elif roll < 0.5:
-                add(self.solve_commands())
-            elif roll < 0.58:
-                add([self.line_command()])
-            elif roll < 0.63:
-                add([self.pick(self.new_board(), self.bad_board())])
-            elif roll < 0.67:
-                add([self.range_command()])
-            elif roll < 0.73:
-                add([self.pick("build_tree", "build_tree", "free_tree", "clear_lines")])
-            elif roll < 0.8:
-                add(self.script_commands())
-            else:
-                add([self.odd_command()])
+            choices = [(0.25, lambda: [self.query()]), (0.38, lambda: [self.setting()]), (0.5, self.solve_commands),
+                       (0.58, lambda: [self.line_command()]),
+                       (0.63, lambda: [self.pick(self.new_board(), self.bad_board())]),
+                       (0.67, lambda: [self.range_command()]),
+                       (0.73, lambda: [self.pick("build_tree", "build_tree", "free_tree", "clear_lines")]),
+                       (0.8, self.script_commands), (1.0, lambda: [self.odd_command()])]
+            add(next(make for bound, make in choices if roll < bound)())
         # Closing: end any skip and redirection, so the last reply reaches us.
         add(["LABEL: " + label for label in self.labels] + ["stdoutback"])
 
     def input_bytes(self):
-        parts = []
-        for n, command in enumerate(self.commands):
-            parts.append(command.encode("latin-1"))
-            parts.append(b"\n")
-            parts.append(("echo @@%s-%d@@\n" % (self.nonce, n)).encode())
-        parts.append(b"is_ready\n")
-        return b"".join(parts)
+        parts = [command.encode("latin-1") + ("\necho @@%s-%d@@\n" % (self.nonce, n)).encode()
+                 for n, command in enumerate(self.commands)]
+        return b"".join(parts) + b"is_ready\n"
 
 
 # ---------------------------------------------------------------------------
 # Running and checking.
 
 
-def command_word(command):
+def command_words(session, command, seen):
+    """The word of a command, and of every command a script it loads may run."""
     tokens = tokenise(command)
-    return tokens[0] if tokens else ""
-
-
-def script_words(session, name, seen=None):
-    """Words of every command a script may run, scripts it loads included."""
-    seen = seen if seen is not None else set()
-    if name in seen or name not in session.scripts:
-        return set()
-    seen.add(name)
-    words = set()
-    for command in session.scripts[name]:
-        word = command_word(command)
-        words.add(word)
-        if word == "load_script":
-            words |= script_words(session, tokenise(command)[1] if len(tokenise(command)) > 1 else "", seen)
+    words = {tokens[0] if tokens else ""}
+    if tokens[:1] == ["load_script"] and len(tokens) > 1 and tokens[1] in session.scripts and tokens[1] not in seen:
+        seen.add(tokens[1])
+        for inner in session.scripts[tokens[1]]:
+            words |= command_words(session, inner, seen)
     return words
 
 
 def check_output(session, stdout_text):
     """Returns a list of problems found in the replies."""
-    problems = []
-    lines = stdout_text.split("\n")
-    if lines and lines[-1] == "":
-        lines.pop()
-    else:
-        problems.append("output does not end with a newline")
-    lines = lines[2:]  # banner
-    marker = re.compile(r"^@@%s-(\d+)@@$" % session.nonce)
-    pending = []  # lines since the last marker
-    next_command = 0
-
-    def judge(upto):
-        nonlocal next_command
-        words = set()
-        for n in range(next_command, upto):
-            word = command_word(session.commands[n])
-            words.add(word)
-            if word == "load_script":
-                tokens = tokenise(session.commands[n])
-                if len(tokens) > 1:
-                    words |= script_words(session, tokens[1])
-        for line in pending:
-            if not line_allowed(line, words, session.verbose):
-                problems.append("reply line %r to %s" % (line[:200], sorted(words)))
-        pending.clear()
-        next_command = upto
-
-    for line in lines:
-        m = marker.match(line)
-        if m:
-            judge(int(m.group(1)) + 1)
-        else:
-            pending.append(line)
-    # What follows the last marker: the rest of the commands and is_ready.
-    if pending and pending[-1].startswith("ERROR: banned process running: "):
-        # Another program on this machine bars every command (the gate's
-        # own test runs one): the session says nothing about the program.
+    if not stdout_text.endswith("\n"):
+        return ["output does not end with a newline"]
+    lines = stdout_text.split("\n")[2:-1]  # past the banner
+    if lines and lines[-1].startswith("ERROR: banned process running: "):
+        # Another program on this machine bars every command (the gate's own
+        # test runs one): the session says nothing about the program.
         return ["barred"]
-    if not pending or pending[-1] != "is_ready ok!":
-        problems.append("no reply to the closing is_ready")
-    else:
-        pending.pop()
-    judge(len(session.commands))
+    if not lines or lines[-1] != "is_ready ok!":
+        return ["no reply to the closing is_ready"]
+    marker = re.compile(r"^@@%s-(\d+)@@$" % session.nonce)
+    problems, pending, next_command = [], [], 0
+    for line in lines[:-1] + ["@@%s-%d@@" % (session.nonce, len(session.commands) - 1)]:
+        m = marker.match(line)
+        if not m:
+            pending.append(line)
+            continue
+        upto = int(m.group(1)) + 1
+        words = set()
+        for command in session.commands[next_command:upto]:
+            words |= command_words(session, command, set())
+        problems += ["reply line %r to %s" % (l[:200], sorted(words))
+                     for l in pending if not line_allowed(l, words, session.verbose)]
+        pending, next_command = [], upto
     return problems
 
 
@@ -615,84 +417,65 @@ def run_session(binary, seed, hand_order, keep):
         session = Session(seed, hand_order, folder)
         session.generate()
         data = session.input_bytes()
-        args = [binary] + (["-v"] if session.verbose else [])
-        started = time.time()
-        problems = []
         with open(os.path.join(folder, "input.txt"), "wb") as f:
             f.write(data)
-        proc = subprocess.Popen(args, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                                cwd=folder)
+        started = time.time()
+        proc = subprocess.Popen([binary] + (["-v"] if session.verbose else []), stdin=subprocess.PIPE,
+                                stdout=subprocess.PIPE, stderr=subprocess.PIPE, cwd=folder)
+        problems = []
         try:
             out, err = proc.communicate(data, timeout=SESSION_LIMIT_SECONDS)
         except subprocess.TimeoutExpired:
             proc.kill()
             out, err = proc.communicate()
             problems.append("no reply within %d seconds" % SESSION_LIMIT_SECONDS)
-        stdout_text = out.decode("latin-1")
-        stderr_text = err.decode("latin-1")
+        stdout_text, stderr_text = out.decode("latin-1"), err.decode("latin-1")
         if proc.returncode != 0 and not problems:
             problems.append("exit status %d" % proc.returncode)
         if stderr_text:
             problems.append("standard error: " + stderr_text[:2000])
-        if not problems or problems[0].startswith("exit") or problems[0].startswith("standard"):
+        if not problems or not problems[0].startswith("no reply"):
             problems += check_output(session, stdout_text)
-        elapsed = time.time() - started
-        if problems and keep:
+        if problems and problems != ["barred"] and keep:
             target = os.path.join(keep, "seed-%d" % seed)
             shutil.rmtree(target, ignore_errors=True)
             shutil.copytree(folder, target)
-            with open(os.path.join(target, "stdout.txt"), "w", encoding="latin-1") as f:
-                f.write(stdout_text)
-            with open(os.path.join(target, "stderr.txt"), "w", encoding="latin-1") as f:
-                f.write(stderr_text)
-        if problems == ["barred"]:
-            return seed, None, elapsed, len(session.commands), set()
+            for name, text in (("stdout.txt", stdout_text), ("stderr.txt", stderr_text)):
+                with open(os.path.join(target, name), "w", encoding="latin-1") as f:
+                    f.write(text)
         reached = {what for what, text in (("built", "build_tree ok!"), ("solved", "SOLVER: started"))
                    if text in stdout_text}
-        return seed, problems, elapsed, len(session.commands), reached
+        return seed, problems, time.time() - started, len(session.commands), reached
     finally:
         shutil.rmtree(folder, ignore_errors=True)
-
-
-def hand_order_of(binary):
-    out = subprocess.run([binary], input=b"show_hand_order\n", capture_output=True, timeout=120).stdout
-    order = out.decode("latin-1").split("\n")[2].split(" ")
-    if len(order) != 1326:
-        sys.exit("show_hand_order gave %d combos" % len(order))
-    return order
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--binary", required=True)
-    parser.add_argument("--seconds", type=float, default=None, help="run sessions for this long")
+    parser.add_argument("--seconds", type=float, default=None, help="run sessions for this long (default 60)")
     parser.add_argument("--sessions", type=int, default=None, help="run this many sessions")
-    parser.add_argument("--seed", type=int, default=None, help="seed of the first session (default: the time)")
+    parser.add_argument("--seed", type=int, default=int(time.time()), help="seed of the first session")
     parser.add_argument("--jobs", type=int, default=2)
-    parser.add_argument("--keep", default=None, help="folder for failed sessions (default: fuzz-failures "
-                        "beside the binary)")
+    parser.add_argument("--keep", default=None, help="folder for failed sessions")
     args = parser.parse_args()
     if args.seconds is None and args.sessions is None:
         args.seconds = 60
-    first = args.seed if args.seed is not None else int(time.time())
     binary = os.path.abspath(args.binary)
     keep = os.path.abspath(args.keep or os.path.join(os.path.dirname(binary), "fuzz-failures"))
-    hand_order = hand_order_of(binary)
+    order = subprocess.run([binary], input=b"show_hand_order\n", capture_output=True, timeout=120).stdout
+    hand_order = order.decode("latin-1").split("\n")[2].split(" ")
+    if len(hand_order) != 1326:
+        sys.exit("show_hand_order gave %d combos" % len(hand_order))
     deadline = time.time() + args.seconds if args.seconds is not None else None
-    print("protocol fuzz: %s, first seed %d" % (binary, first), flush=True)
+    print("protocol fuzz: %s, first seed %d" % (binary, args.seed), flush=True)
 
-    failures, done, commands, next_seed = [], 0, 0, first
-    reached_counts = {"built": 0, "solved": 0, "barred": 0}
+    failures, counts, next_seed = [], {"sessions": 0, "commands": 0, "built": 0, "solved": 0, "barred": 0}, args.seed
     with concurrent.futures.ThreadPoolExecutor(max_workers=args.jobs) as pool:
         running = set()
-
-        def more():
-            if args.sessions is not None and next_seed - first >= args.sessions:
-                return False
-            return deadline is None or time.time() < deadline
-
         while True:
-            while len(running) < args.jobs and more():
+            while len(running) < args.jobs and (args.sessions is None or next_seed - args.seed < args.sessions) \
+                    and (deadline is None or time.time() < deadline):
                 running.add(pool.submit(run_session, binary, next_seed, hand_order, keep))
                 next_seed += 1
             if not running:
@@ -700,23 +483,20 @@ def main():
             finished, running = concurrent.futures.wait(running, return_when=concurrent.futures.FIRST_COMPLETED)
             for future in finished:
                 seed, problems, elapsed, count, reached = future.result()
-                done += 1
-                commands += count
-                for what in reached:
-                    reached_counts[what] += 1
-                if problems is None:
-                    reached_counts["barred"] += 1
-                elif problems:
+                counts["sessions"] += 1
+                counts["commands"] += count
+                for what in reached | ({"barred"} if problems == ["barred"] else set()):
+                    counts[what] += 1
+                if problems and problems != ["barred"]:
                     failures.append(seed)
                     print("FAIL seed %d (%.1f s):" % (seed, elapsed), flush=True)
                     for problem in problems[:10]:
                         print("   " + problem, flush=True)
     print("protocol fuzz: %d sessions (seeds %d..%d), %d commands; %d built a tree, %d solved, %d barred "
           "by a banned process; %d failed%s" %
-          (done, first, next_seed - 1, commands, reached_counts["built"], reached_counts["solved"],
-           reached_counts["barred"], len(failures),
-           "" if not failures else ": seeds " + " ".join(map(str, sorted(failures))) + ", kept in " + keep),
-          flush=True)
+          (counts["sessions"], args.seed, next_seed - 1, counts["commands"], counts["built"], counts["solved"],
+           counts["barred"], len(failures),
+           ": seeds %s, kept in %s" % (" ".join(map(str, sorted(failures))), keep) if failures else ""), flush=True)
     return 1 if failures else 0
 
 

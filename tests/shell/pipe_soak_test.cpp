@@ -1,43 +1,32 @@
-// Drives the real program through a pipe, as a front end does: a solve runs
-// while queries, results, setting changes and stop/go cycles come in, each
-// answer read before the next command goes out. How far the solve has got at
-// any reply is left to chance, so what is checked holds at every iteration:
-// every reply has its form, every run that starts also stops for a known
-// reason, the progress reports are whole, and the program ends cleanly.
-#include <fcntl.h>
+// A solve runs while queries, results, setting changes and stop/go cycles
+// come in, as a front end sends them. How far the solve has got at any reply
+// is left to chance, so what is checked holds at every iteration: every reply
+// has its form, every run that starts also stops for a known reason, the
+// progress reports are whole, and the program ends cleanly with its input.
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
+#include <array>
 #include <cmath>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <optional>
+#include <functional>
 #include <set>
 #include <sstream>
-#include <thread>
 
 namespace fs = std::filesystem;
-using Clock = std::chrono::steady_clock;
 
 namespace {
 
 constexpr int hand_count = 1326;
-// Generous: a reply waits for at most one walk of a small tree, but the
-// suite may run beside other tests on two cores.
-constexpr auto reply_limit = std::chrono::seconds(20);
-
-const fs::path spot_file = fs::path(__FILE__).parent_path() / "fixtures" / "turn_spot.txt";
+using Reply = std::vector<std::string>;
 
 std::vector<double> numbers_of(const std::string& line) {
     std::vector<double> values;
     std::istringstream words(line);
-    std::string word;
-    while (words >> word) {
+    for (std::string word; words >> word;) {
         char* end = nullptr;
         const double value = std::strtod(word.c_str(), &end);
         values.push_back(*end == '\0' ? value : NAN);
@@ -45,185 +34,29 @@ std::vector<double> numbers_of(const std::string& line) {
     return values;
 }
 
-// The number after "label: " on a line that must begin with it.
-double labelled(const std::string& line, const std::string& label) {
-    EXPECT_EQ(line.rfind(label + ": ", 0), 0u) << "'" << line << "' lacks " << label;
-    const std::vector<double> values = numbers_of(line.substr(std::min(line.size(), label.size() + 2)));
-    EXPECT_EQ(values.size(), 1u) << line;
-    EXPECT_TRUE(!values.empty() && std::isfinite(values[0])) << line;
-    return values.empty() ? NAN : values[0];
-}
-
-struct Results {
-    double ev_oop, ev_ip, mes_oop, mes_ip, exploitable;
-};
-
-// The labelled lines of a results report (a reply of calc_results, or the
-// body of a progress report after its running time).
-Results read_results(const std::vector<std::string>& lines, size_t first) {
+// EV OOP, EV IP, OOP's MES, IP's MES and Exploitable for: the lines of a
+// results report from `first` on, closed by END.
+using Results = std::array<double, 5>;
+Results read_results(const Reply& lines, size_t first) {
+    static const char* const labels[] = {"EV OOP: ", "EV IP: ", "OOP's MES: ", "IP's MES: ", "Exploitable for: "};
     Results r{NAN, NAN, NAN, NAN, NAN};
-    if (lines.size() < first + 6) {
-        ADD_FAILURE() << "short results report";
+    if (lines.size() != first + 6 || lines.back() != "END") {
+        ADD_FAILURE() << "a results report of " << lines.size() - first << " lines";
         return r;
     }
-    r.ev_oop = labelled(lines[first], "EV OOP");
-    r.ev_ip = labelled(lines[first + 1], "EV IP");
-    r.mes_oop = labelled(lines[first + 2], "OOP's MES");
-    r.mes_ip = labelled(lines[first + 3], "IP's MES");
-    r.exploitable = labelled(lines[first + 4], "Exploitable for");
-    EXPECT_EQ(lines[first + 5], "END");
+    for (size_t i = 0; i < 5; ++i) {
+        const std::string& line = lines[first + i];
+        EXPECT_EQ(line.rfind(labels[i], 0), 0u) << line;
+        const std::vector<double> values = numbers_of(line.substr(std::min(line.size(), strlen(labels[i]))));
+        EXPECT_TRUE(values.size() == 1 && std::isfinite(values[0])) << line;
+        if (!values.empty()) r[i] = values[0];
+    }
     return r;
 }
 
-// The program on the other end of two pipes. The solver thread's lines are
-// taken out of the stream as they come and checked on the way; what is left
-// is the reply of the command.
-class Program {
-public:
-    explicit Program(const fs::path& errors) {
-        int to_child[2], from_child[2];
-        if (pipe2(to_child, O_CLOEXEC) != 0 || pipe2(from_child, O_CLOEXEC) != 0) throw std::runtime_error("pipe");
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, to_child[0], 0);
-        posix_spawn_file_actions_adddup2(&actions, from_child[1], 1);
-        posix_spawn_file_actions_addopen(&actions, 2, errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        char* const argv[] = {const_cast<char*>(TAVREK_BINARY), nullptr};
-        const int spawned = posix_spawn(&pid_, TAVREK_BINARY, &actions, nullptr, argv, environ);
-        posix_spawn_file_actions_destroy(&actions);
-        close(to_child[0]);
-        close(from_child[1]);
-        input_ = to_child[1];
-        output_ = from_child[0];
-        if (spawned != 0) throw std::runtime_error("spawn");
-        for (int banner = 0; banner < 2; ++banner) next_line();
-    }
-    ~Program() {
-        if (input_ >= 0) close(input_);
-        close(output_);
-        if (pid_ > 0 && waitpid(pid_, nullptr, WNOHANG) == 0) {
-            kill(pid_, SIGKILL);
-            waitpid(pid_, nullptr, 0);
-        }
-    }
-
-    // Sends one command and returns its reply lines; `is_ready` after it
-    // marks where the reply ends.
-    std::vector<std::string> ask(const std::string& command) {
-        send(command + "\nis_ready\n");
-        std::vector<std::string> reply;
-        for (;;) {
-            std::optional<std::string> line = next_line();
-            if (!line) {
-                ADD_FAILURE() << "no complete reply to '" << command << "'";
-                return reply;
-            }
-            if (*line == "is_ready ok!") return reply;
-            if (!take_solver_line(*line)) reply.push_back(*line);
-        }
-    }
-
-    // Ends the input and returns the exit status, or -1 when the program
-    // does not end in time.
-    int finish() {
-        close(input_);
-        input_ = -1;
-        while (std::optional<std::string> line = next_line()) {
-            if (!take_solver_line(*line)) ADD_FAILURE() << "output after the last command: " << *line;
-        }
-        int status = 0;
-        const auto deadline = Clock::now() + reply_limit;
-        while (waitpid(pid_, &status, WNOHANG) == 0) {
-            if (Clock::now() > deadline) return -1;
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-        pid_ = 0;
-        return status;
-    }
-
-    int runs_started = 0;
-    int runs_stopped = 0;
-    int progress_reports = 0;
-    std::multiset<std::string> stop_reasons;
-    // New stores may come between the two walks of a report.
-    bool stores_replaced_in_run = false;
-
-private:
-    void send(const std::string& text) {
-        ASSERT_EQ(write(input_, text.data(), text.size()), static_cast<ssize_t>(text.size())) << "program gone";
-    }
-
-    // A line of the solver thread: its start, its stop, or a whole progress
-    // report, which the output lock keeps in one piece.
-    bool take_solver_line(const std::string& line) {
-        if (line == "SOLVER: started") {
-            EXPECT_EQ(runs_started, runs_stopped) << "a second run started before the first one stopped";
-            ++runs_started;
-            stores_replaced_in_run = false;
-            return true;
-        }
-        if (line.rfind("SOLVER: stopped (", 0) == 0) {
-            ++runs_stopped;
-            EXPECT_EQ(runs_started, runs_stopped) << "a run stopped that had not started";
-            const std::string reason = line.substr(17, line.size() - 18);
-            static const std::set<std::string> known = {"requested", "required accuracy reached",
-                                                        "required number of steps done", "timeout reached"};
-            EXPECT_TRUE(known.count(reason) && line.back() == ')') << line;
-            stop_reasons.insert(reason);
-            return true;
-        }
-        if (line != "SOLVER:") return false;
-        EXPECT_GT(runs_started, runs_stopped) << "a progress report outside a run";
-        std::vector<std::string> report;
-        for (int i = 0; i < 7; ++i) {
-            std::optional<std::string> next = next_line();
-            if (!next) break;
-            report.push_back(*next);
-        }
-        EXPECT_GE(report.empty() ? NAN : labelled(report[0], "running time"), 0.0);
-        const Results r = read_results(report, 1);
-        if (!stores_replaced_in_run) {
-            // Both walks of a report see the strategy of one iteration.
-            EXPECT_NEAR(r.ev_oop + r.ev_ip, 100.0, 0.01);
-            EXPECT_GE(r.exploitable, -0.01);
-        }
-        ++progress_reports;
-        return true;
-    }
-
-    std::optional<std::string> next_line() {
-        const auto deadline = Clock::now() + reply_limit;
-        for (;;) {
-            const size_t end = buffer_.find('\n');
-            if (end != std::string::npos) {
-                std::string line = buffer_.substr(0, end);
-                buffer_.erase(0, end + 1);
-                return line;
-            }
-            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-            if (left.count() <= 0) return std::nullopt;
-            pollfd ready{output_, POLLIN, 0};
-            if (poll(&ready, 1, static_cast<int>(left.count())) <= 0) continue;
-            char chunk[65536];
-            const ssize_t got = read(output_, chunk, sizeof chunk);
-            if (got <= 0) return std::nullopt;  // the program closed its output
-            buffer_.append(chunk, static_cast<size_t>(got));
-        }
-    }
-
-    pid_t pid_ = 0;
-    int input_ = -1;
-    int output_ = -1;
-    std::string buffer_;
-};
-
-void expect_only(const std::vector<std::string>& reply, const std::string& line) {
-    EXPECT_EQ(reply, std::vector<std::string>{line});
-}
-
-// Lines of 1326 probabilities closed by END: one per action for a strategy,
-// where each hand's actions add up to 1, or to 0 for a hand not held.
-void expect_strategy(const std::vector<std::string>& reply, size_t actions) {
+// Lines of 1326 probabilities closed by END: one per action, where each
+// hand's actions add up to 1, or to 0 for a hand not held.
+void expect_strategy(const Reply& reply, size_t actions) {
     ASSERT_EQ(reply.size(), actions + 1);
     EXPECT_EQ(reply.back(), "END");
     std::vector<double> totals(hand_count, 0.0);
@@ -239,129 +72,154 @@ void expect_strategy(const std::vector<std::string>& reply, size_t actions) {
         ASSERT_TRUE(totals[h] == 0.0 || std::abs(totals[h] - 1.0) < 1e-5) << "hand " << h << ": " << totals[h];
 }
 
-// A range: one line of 1326 weights, each within the starting weight of 1.
-void expect_range(const std::vector<std::string>& reply) {
-    ASSERT_EQ(reply.size(), 1u);
-    const std::vector<double> values = numbers_of(reply[0]);
-    ASSERT_EQ(values.size(), size_t(hand_count));
-    for (int h = 0; h < hand_count; ++h)
-        ASSERT_TRUE(values[h] >= 0.0 && values[h] <= 1.0 + 1e-6) << "hand " << h << ": " << values[h];
+// One command, what its reply must be, and how many runs must have started
+// and stopped once it is answered (-1: any).
+struct Step {
+    std::string command;
+    std::function<void(const Reply&)> check;
+    int started = -1, stopped = -1;
+};
+
+std::function<void(const Reply&)> only(const std::string& line) {
+    return [line](const Reply& reply) { EXPECT_EQ(reply, Reply{line}); };
 }
 
-// calc_ev at the root: a value line and a weight line. A hand has both or
-// neither (NaN outside the range), a positive weight, and a value that neither
-// wins more than the pot and the largest bet (150) nor loses more than that bet.
-void expect_root_values(const std::vector<std::string>& reply) {
-    ASSERT_EQ(reply.size(), 3u);
-    EXPECT_EQ(reply[2], "END");
-    const std::vector<double> values = numbers_of(reply[0]), weights = numbers_of(reply[1]);
-    ASSERT_EQ(values.size(), size_t(hand_count));
-    ASSERT_EQ(weights.size(), size_t(hand_count));
-    for (int h = 0; h < hand_count; ++h) {
-        ASSERT_EQ(std::isnan(values[h]), std::isnan(weights[h])) << "hand " << h;
-        if (std::isnan(values[h])) continue;
-        ASSERT_GT(weights[h], 0.0) << "hand " << h;
-        ASSERT_TRUE(values[h] >= -150.0 && values[h] <= 250.0) << "hand " << h << ": " << values[h];
+// The solver thread's lines, taken out of the stream and checked as they come.
+struct SolverLines {
+    int started = 0, stopped = 0, reports = 0;
+    std::multiset<std::string> stop_reasons;
+    // Runs that get new stores at another level: they may come between the
+    // two walks of a report.
+    const std::set<int> runs_with_new_stores = {3, 6};
+    bool stores_replaced() const { return runs_with_new_stores.count(started) > 0; }
+
+    bool take(const std::string& line, std::istream& rest) {
+        if (line == "SOLVER: started") {
+            EXPECT_EQ(started++, stopped) << "a second run started before the first one stopped";
+            return true;
+        }
+        if (line.rfind("SOLVER: stopped (", 0) == 0) {
+            EXPECT_EQ(started, ++stopped) << "a run stopped that had not started";
+            const std::string reason = line.substr(17, line.size() - 18);
+            static const std::set<std::string> known = {"requested", "required accuracy reached",
+                                                        "required number of steps done", "timeout reached"};
+            EXPECT_TRUE(known.count(reason) && line.back() == ')') << line;
+            stop_reasons.insert(reason);
+            return true;
+        }
+        if (line != "SOLVER:") return false;
+        // The output lock keeps a report in one piece.
+        EXPECT_GT(started, stopped) << "a progress report outside a run";
+        Reply report;
+        for (std::string next; report.size() < 7 && std::getline(rest, next);) report.push_back(next);
+        EXPECT_TRUE(!report.empty() && report[0].rfind("running time: ", 0) == 0) << "a report without its time";
+        const Results r = read_results(report, 1);
+        // Both walks of a report see the strategy of one iteration.
+        EXPECT_TRUE(stores_replaced() || std::abs(r[0] + r[1] - 100.0) < 0.01) << r[0] << " + " << r[1];
+        ++reports;
+        return true;
     }
-}
-
-Results expect_results(const std::vector<std::string>& reply) {
-    // The "#" lines after END are comments, dropped by default.
-    EXPECT_EQ(reply.size(), 6u);
-    return read_results(reply, 0);
-}
+};
 
 TEST(PipeSoak, QueriesSettingsAndStopGoWhileSolving) {
-    ASSERT_TRUE(fs::exists(spot_file)) << spot_file;
-    signal(SIGPIPE, SIG_IGN);  // a program that died shows as a failed write
-    const fs::path errors = fs::temp_directory_path() / ("tavrek_soak_" + std::to_string(getpid()) + ".err");
-    {
-        Program program(errors);
-        std::vector<std::string> setup = program.ask("load_script " + spot_file.string());
-        ASSERT_FALSE(setup.empty());
-        EXPECT_EQ(setup.back(), "build_tree ok!");
-        expect_only(program.ask("set_accuracy 0"), "set_accuracy ok!");
-
-        const auto queries = [&] {
-            expect_strategy(program.ask("show_strategy r:0"), 2);
-            expect_strategy(program.ask("show_strategy r:0:b50:c:Ah"), 1);
-            expect_range(program.ask("show_range OOP r:0:b50"));
-            expect_range(program.ask("show_range IP r:0:b50:c:Ah"));
-            expect_root_values(program.ask("calc_ev OOP r"));
-            // Each player's value and best response come from one walk.
-            const Results r = expect_results(program.ask("calc_results"));
-            if (!program.stores_replaced_in_run) {
-                EXPECT_GE(r.mes_oop, r.ev_oop - 0.01);
-                EXPECT_GE(r.mes_ip, r.ev_ip - 0.01);
-            }
-        };
-        bool accuracy_zero = true;
-        for (int cycle = 0; cycle < 8; ++cycle) {
-            // Unlimited runs, stopped by request; and runs that end on their
-            // own while commands still come in.
-            const bool unlimited = cycle % 4 != 3;
-            expect_only(program.ask(unlimited ? "go" : "go 20 steps"), "go ok!");
-            EXPECT_EQ(program.runs_started, program.runs_stopped + 1);
-            if (unlimited && accuracy_zero)
-                expect_only(program.ask("go"), "ERROR: go Can't do that when solver is running");
-            queries();
-            expect_only(program.ask(cycle % 2 ? "set_threads 1" : "set_threads 2"), "set_threads ok!");
-            accuracy_zero = cycle % 2 == 0;
-            expect_only(program.ask(accuracy_zero ? "set_accuracy 0" : "set_accuracy 0.001"), "set_accuracy ok!");
-            if (cycle == 2 || cycle == 5) {
-                // New stores at another level while the run goes on.
-                program.stores_replaced_in_run = true;
-                expect_only(program.ask(cycle == 2 ? "set_compression 1" : "set_compression 0"),
-                            "set_compression ok!");
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-            queries();
-            if (cycle == 6) {
-                expect_only(program.ask("take_a_break 0"), "take_a_break ok!");
-            } else {
-                expect_only(program.ask("stop"), "stop ok!");
-            }
-            EXPECT_TRUE(program.ask("wait_for_solver").empty());
-            // The thread prints its last line before a waiter is let go.
-            EXPECT_EQ(program.runs_started, program.runs_stopped);
-        }
-        expect_only(program.ask("stop"), "stop ok!");  // with no run, changes nothing
-
-        // Runs whose ends are certain: by steps, with a report at 25; by
-        // accuracy at that first report.
-        expect_only(program.ask("set_threads 2"), "set_threads ok!");
-        expect_only(program.ask("go 30 steps"), "go ok!");
-        EXPECT_TRUE(program.ask("wait_for_solver").empty());
-        expect_only(program.ask("set_accuracy 1000"), "set_accuracy ok!");
-        expect_only(program.ask("go"), "go ok!");
-        EXPECT_TRUE(program.ask("wait_for_solver").empty());
-        EXPECT_TRUE(program.ask("wait_for_solver").empty());  // no run: returns at once
-        EXPECT_GE(program.stop_reasons.count("required number of steps done"), 1u);
-        EXPECT_GE(program.stop_reasons.count("required accuracy reached"), 1u);
-        EXPECT_GE(program.progress_reports, 2);
-
-        // At rest the two walks see one strategy: the values share out the
-        // pot, and each best response is worth at least the strategy.
-        const Results r = expect_results(program.ask("calc_results"));
-        EXPECT_NEAR(r.ev_oop + r.ev_ip, 100.0, 0.01);
-        EXPECT_GE(r.mes_oop, r.ev_oop - 0.01);
-        EXPECT_GE(r.mes_ip, r.ev_ip - 0.01);
-        EXPECT_NEAR(r.exploitable, 0.5 * (r.mes_oop + r.mes_ip - r.ev_oop - r.ev_ip), 0.002);
+    const fs::path spot = fs::path(__FILE__).parent_path() / "fixtures" / "turn_spot.txt";
+    SolverLines solver;
+    std::vector<Step> steps = {{"load_script " + spot.string(), [](const Reply& r) {
+                                    EXPECT_EQ(r.empty() ? "" : r.back(), "build_tree ok!");
+                                }},
+                               {"set_accuracy 0", only("set_accuracy ok!")}};
+    const auto add = [&](const std::string& command, std::function<void(const Reply&)> check, int started = -1,
+                         int stopped = -1) { steps.push_back({command, std::move(check), started, stopped}); };
+    const auto nothing = [](const Reply& r) { EXPECT_EQ(r, Reply{}); };
+    const auto queries = [&] {
+        add("show_strategy r:0", [](const Reply& r) { expect_strategy(r, 2); });
+        add("show_strategy r:0:b50:c:Ah", [](const Reply& r) { expect_strategy(r, 1); });
+        // Each player's value and best response come from one walk.
+        add("calc_results", [&solver](const Reply& reply) {
+            const Results r = read_results(reply, 0);
+            if (solver.stores_replaced()) return;
+            EXPECT_GE(r[2], r[0] - 0.01);
+            EXPECT_GE(r[3], r[1] - 0.01);
+        });
+    };
+    int runs = 0;
+    for (int cycle = 0; cycle < 8; ++cycle) {
+        // Unlimited runs, stopped by request; and runs that end on their
+        // own while commands still come in.
+        const bool unlimited = cycle % 4 != 3;
+        ++runs;
+        add(unlimited ? "go" : "go 20 steps", only("go ok!"), runs, runs - 1);
+        // Unless the accuracy is 0, the run may have ended by now.
+        if (unlimited && (cycle == 0 || cycle % 2 == 1))
+            add("go", only("ERROR: go Can't do that when solver is running"));
         queries();
-
-        // The input ends while a run goes on: the program ends at once, with
-        // status 0, whatever the thread was doing.
-        expect_only(program.ask("set_accuracy 0"), "set_accuracy ok!");
-        expect_only(program.ask("go"), "go ok!");
-        const int status = program.finish();
-        ASSERT_NE(status, -1) << "the program did not end with its input";
-        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "status " << status;
-        EXPECT_EQ(program.runs_started, 11);
+        add(cycle % 2 ? "set_threads 1" : "set_threads 2", only("set_threads ok!"));
+        add(cycle % 2 ? "set_accuracy 0.001" : "set_accuracy 0", only("set_accuracy ok!"));
+        if (solver.runs_with_new_stores.count(runs))
+            add(cycle == 2 ? "set_compression 1" : "set_compression 0", only("set_compression ok!"));
+        add("sleep 50", nothing);
+        queries();
+        add(cycle == 6 ? "take_a_break 0" : "stop", only(cycle == 6 ? "take_a_break ok!" : "stop ok!"));
+        // The thread prints its last line before a waiter is let go.
+        add("wait_for_solver", nothing, runs, runs);
     }
-    std::ifstream error_file(errors);
-    const std::string error_text((std::istreambuf_iterator<char>(error_file)), std::istreambuf_iterator<char>());
-    EXPECT_EQ(error_text, "");
-    fs::remove(errors);
+    // Runs whose ends are certain: by steps, with a report at 25; by
+    // accuracy at that first report.
+    add("go 30 steps", only("go ok!"));
+    ++runs;
+    add("wait_for_solver", nothing, runs, runs);
+    add("set_accuracy 1000", only("set_accuracy ok!"));
+    add("go", only("go ok!"));
+    ++runs;
+    add("wait_for_solver", nothing, runs, runs);
+    // At rest the values share out the pot, and the exploitability is the
+    // mean of the best responses' gains.
+    add("calc_results", [](const Reply& reply) {
+        const Results r = read_results(reply, 0);
+        EXPECT_NEAR(r[0] + r[1], 100.0, 0.01);
+        EXPECT_NEAR(r[4], 0.5 * (r[2] + r[3] - r[0] - r[1]), 0.002);
+    });
+    queries();
+    // The input ends while a run goes on: the program ends at once, with
+    // status 0, whatever the thread was doing.
+    add("set_accuracy 0", only("set_accuracy ok!"));
+    ++runs;
+    add("go", only("go ok!"), runs, runs - 1);
+
+    const fs::path work = fs::temp_directory_path() / ("tavrek_soak_" + std::to_string(getpid()));
+    fs::create_directories(work);
+    {
+        std::ofstream input(work / "input.txt");
+        for (const Step& step : steps) input << step.command << "\nis_ready\n";
+    }
+    const std::string command = "cd '" + work.string() + "' && timeout 300 '" TAVREK_BINARY
+                                "' < input.txt > output.txt 2> errors.txt";
+    const int status = std::system(command.c_str());
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "status " << status;
+    std::ifstream output(work / "output.txt"), errors(work / "errors.txt");
+    std::string line;
+    for (int banner = 0; banner < 2; ++banner) std::getline(output, line);
+    size_t next = 0;
+    for (Reply reply; std::getline(output, line);) {
+        if (solver.take(line, output)) continue;
+        if (line != "is_ready ok!") {
+            reply.push_back(line);
+            continue;
+        }
+        ASSERT_LT(next, steps.size()) << "more replies than commands";
+        const Step& step = steps[next++];
+        SCOPED_TRACE("command " + std::to_string(next) + ": " + step.command);
+        step.check(reply);
+        EXPECT_TRUE(step.started < 0 || solver.started == step.started) << solver.started << " runs started";
+        EXPECT_TRUE(step.stopped < 0 || solver.stopped == step.stopped) << solver.stopped << " runs stopped";
+        reply.clear();
+    }
+    EXPECT_EQ(next, steps.size());
+    EXPECT_GE(solver.stop_reasons.count("required number of steps done"), 1u);
+    EXPECT_GE(solver.stop_reasons.count("required accuracy reached"), 1u);
+    EXPECT_GE(solver.reports, 2);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(errors), {}), "");
+    fs::remove_all(work);
 }
 
 }  // namespace
