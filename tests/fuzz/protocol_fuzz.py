@@ -38,20 +38,9 @@ SESSION_LIMIT_SECONDS = 120
 def tokenise(line):
     """As the program cuts a line: blanks separate, a quote opens a span that
     the next quote closes, and a closing quote ends a token."""
-    tokens, current, in_quotes = [], "", False
-    for ch in list(line) + [None]:
-        if ch is None or (ch == '"' and in_quotes) or (ch == " " and not in_quotes):
-            if current:
-                tokens.append(current)
-            current, in_quotes = "", False
-        elif ch == '"':
-            in_quotes = True
-        else:
-            current += ch
-    return tokens
+    return [t.replace('"', "") for t in re.findall(r'[^ "]*(?:"[^"]*"?)?', line) if t.strip('"')]
 
 
-# ---------------------------------------------------------------------------
 # Reply forms.
 
 NUMBER = r"-?(?:\d+\.?\d*|\.\d+)(?:e[-+]?\d+)?"
@@ -117,7 +106,6 @@ def line_allowed(line, words, verbose):
     return any(line == word + " ok!" or DATA_FORMS.get(word, lambda l: False)(line) for word in words)
 
 
-# ---------------------------------------------------------------------------
 # Session generation.
 
 
@@ -216,17 +204,11 @@ class Session:
         top, checked = 0.0, False
         for raw in amounts[: self.rng.randint(0, len(amounts))]:
             amount = float(raw)
-            if amount > top:
-                tokens.append("b" + raw)
-                top, checked = amount, False
-            else:
-                tokens.append("c")
-                if checked or len(tokens) > 3 and tokens[-2].startswith("b"):
-                    if self.rng.random() < 0.7:  # the street has ended: a card may come next
-                        tokens.append(self.rng.choice(CARDS))
-                    checked = False
-                else:
-                    checked = True
+            street_ends = amount <= top and (checked or tokens[-1].startswith("b"))  # a second check, or a call
+            tokens.append("b" + raw if amount > top else "c")
+            checked, top = amount <= top and not street_ends, max(top, amount)
+            if street_ends and self.rng.random() < 0.7:  # a card may come next
+                tokens.append(self.rng.choice(CARDS))
         if self.rng.random() < 0.1:
             tokens.append(self.pick("f", "c", "b50", self.rng.choice(CARDS)))
         return ":".join(tokens)
@@ -304,14 +286,8 @@ class Session:
         roll = self.rng.random()
         if roll < 0.6:
             return ["load_script " + self.script()]
-        if roll < 0.7:
+        if roll < 0.75:
             return ["load_script " + self.pick("/", "/tmp", ".", "/dev/null", "missing.txt", "/dev/zero", '""')]
-        if roll < 0.8:  # a script with a line over the bound, then one that runs
-            name = "long%d.txt" % len(self.scripts)
-            self.scripts[name] = ["echo before", "echo after"]
-            with open(os.path.join(self.folder, name), "w") as f:
-                f.write("echo before\n" + "y" * (LINE_BOUND + self.rng.randint(1, 5000)) + "\necho after\n")
-            return ["load_script " + name]
         if roll < 0.9:
             label = "L%d" % self.rng.randint(0, 3)
             self.labels.append(label)
@@ -321,28 +297,21 @@ class Session:
         return [self.pick("stdoutredi ", "stdoutredi_append ") + target, self.query(), "echo redirected", "stdoutback"]
 
     def odd_command(self):
-        roll = self.rng.random()
-        if roll < 0.25:
-            raw = bytes(self.rng.choice(range(1, 256)) for _ in range(self.rng.randint(1, 200)))
-            text = raw.replace(b"\n", b" ").decode("latin-1")
-            return "is_ready" if tokenise(text)[:1] == ["exit"] else text
-        if roll < 0.4:
-            return "echo " + self.pick(self.long_token(), '"100%d %s %n"', "\xa7x", '"a b"')
-        if roll < 0.5:
-            count = self.pick("1", "3", "0", "-1", "100000", "99999", "abc")
-            return "repeat %s %s" % (count, "t" if count == "99999" else self.pick("a b", "%s%n", "x" * 3000))
-        if roll < 0.6:
-            return self.pick("sleep ", "take_a_break ") + self.pick("0", "-1", "abc", "99999999999", "1e3", "0x10")
-        if roll < 0.7:
-            return "echo " + "z" * (LINE_BOUND + self.rng.randint(1, 100000))
-        if roll < 0.8:
-            return self.pick("", "   ", '"', '""', "#comment", "LABEL:", "LABEL: nothing", "help", "unknown_cmd",
-                             "IS_READY", '"is_ready"', "is_ready extra", "set_threads", "set_range",
-                             "show_hand_order", "show_cpu_info", "set_threads 4 # four")
-        if roll < 0.9:
-            word = self.pick("show_node", "set_board", "add_line", "set_range", "go", "cut_line", "calc_ev")
-            return word + " " + " ".join(self.long_token()[:self.pick(10, 1000)] for _ in range(self.rng.randint(1, 4)))
-        return self.query() + " " + self.pick("extra", self.odd_number())
+        raw = bytes(self.rng.choice(range(1, 256)) for _ in range(self.rng.randint(1, 200)))
+        random_text = raw.replace(b"\n", b" ").decode("latin-1")
+        count = self.pick("1", "3", "0", "-1", "100000", "99999", "abc")
+        word = self.pick("show_node", "set_board", "add_line", "set_range", "go", "cut_line", "calc_ev")
+        return self.pick(
+            "is_ready" if tokenise(random_text)[:1] == ["exit"] else random_text,
+            "echo " + self.pick(self.long_token(), '"100%d %s %n"', "\xa7x", '"a b"'),
+            "repeat %s %s" % (count, "t" if count == "99999" else self.pick("a b", "%s%n", "x" * 3000)),
+            self.pick("sleep ", "take_a_break ") + self.pick("0", "-1", "abc", "99999999999", "1e3", "0x10"),
+            "echo " + "z" * (LINE_BOUND + self.rng.randint(1, 100000)),
+            self.pick("", "   ", '"', '""', "#comment", "LABEL:", "LABEL: nothing", "help", "unknown_cmd", "IS_READY",
+                      '"is_ready"', "is_ready extra", "set_threads", "set_range", "show_hand_order", "show_cpu_info",
+                      "set_threads 4 # four"),
+            word + " " + " ".join(self.long_token()[:self.pick(10, 1000)] for _ in range(self.rng.randint(1, 4))),
+            self.query() + " " + self.pick("extra", self.odd_number()))
 
     def generate(self):
         add = self.commands.extend
@@ -368,7 +337,6 @@ class Session:
         return b"".join(parts) + b"is_ready\n"
 
 
-# ---------------------------------------------------------------------------
 # Running and checking.
 
 
@@ -420,18 +388,14 @@ def run_session(binary, seed, hand_order, keep):
         with open(os.path.join(folder, "input.txt"), "wb") as f:
             f.write(data)
         started = time.time()
-        proc = subprocess.Popen([binary] + (["-v"] if session.verbose else []), stdin=subprocess.PIPE,
-                                stdout=subprocess.PIPE, stderr=subprocess.PIPE, cwd=folder)
-        problems = []
         try:
-            out, err = proc.communicate(data, timeout=SESSION_LIMIT_SECONDS)
-        except subprocess.TimeoutExpired:
-            proc.kill()
-            out, err = proc.communicate()
-            problems.append("no reply within %d seconds" % SESSION_LIMIT_SECONDS)
+            proc = subprocess.run([binary] + (["-v"] if session.verbose else []), input=data, capture_output=True,
+                                  cwd=folder, timeout=SESSION_LIMIT_SECONDS)
+            out, err, problems = proc.stdout, proc.stderr, ["exit status %d" % proc.returncode] if proc.returncode else []
+        except subprocess.TimeoutExpired as timeout:  # the program is killed
+            out, err = timeout.stdout or b"", timeout.stderr or b""
+            problems = ["no reply within %d seconds" % SESSION_LIMIT_SECONDS]
         stdout_text, stderr_text = out.decode("latin-1"), err.decode("latin-1")
-        if proc.returncode != 0 and not problems:
-            problems.append("exit status %d" % proc.returncode)
         if stderr_text:
             problems.append("standard error: " + stderr_text[:2000])
         if not problems or not problems[0].startswith("no reply"):
@@ -459,42 +423,38 @@ def main():
     parser.add_argument("--jobs", type=int, default=2)
     parser.add_argument("--keep", default=None, help="folder for failed sessions")
     args = parser.parse_args()
-    if args.seconds is None and args.sessions is None:
-        args.seconds = 60
     binary = os.path.abspath(args.binary)
     keep = os.path.abspath(args.keep or os.path.join(os.path.dirname(binary), "fuzz-failures"))
     order = subprocess.run([binary], input=b"show_hand_order\n", capture_output=True, timeout=120).stdout
     hand_order = order.decode("latin-1").split("\n")[2].split(" ")
     if len(hand_order) != 1326:
         sys.exit("show_hand_order gave %d combos" % len(hand_order))
-    deadline = time.time() + args.seconds if args.seconds is not None else None
+    seconds = 60 if args.seconds is None and args.sessions is None else args.seconds
+    deadline = time.time() + seconds if seconds is not None else None
+    last_seed = args.seed + args.sessions if args.sessions is not None else None
     print("protocol fuzz: %s, first seed %d" % (binary, args.seed), flush=True)
 
-    failures, counts, next_seed = [], {"sessions": 0, "commands": 0, "built": 0, "solved": 0, "barred": 0}, args.seed
+    failures, counts, seed = [], dict.fromkeys(("sessions", "commands", "built", "solved", "barred"), 0), args.seed
     with concurrent.futures.ThreadPoolExecutor(max_workers=args.jobs) as pool:
         running = set()
         while True:
-            while len(running) < args.jobs and (args.sessions is None or next_seed - args.seed < args.sessions) \
-                    and (deadline is None or time.time() < deadline):
-                running.add(pool.submit(run_session, binary, next_seed, hand_order, keep))
-                next_seed += 1
+            while len(running) < args.jobs and seed != last_seed and (deadline is None or time.time() < deadline):
+                running.add(pool.submit(run_session, binary, seed, hand_order, keep))
+                seed += 1
             if not running:
                 break
             finished, running = concurrent.futures.wait(running, return_when=concurrent.futures.FIRST_COMPLETED)
-            for future in finished:
-                seed, problems, elapsed, count, reached = future.result()
+            for session_seed, problems, elapsed, commands, reached in (f.result() for f in finished):
                 counts["sessions"] += 1
-                counts["commands"] += count
+                counts["commands"] += commands
                 for what in reached | ({"barred"} if problems == ["barred"] else set()):
                     counts[what] += 1
                 if problems and problems != ["barred"]:
-                    failures.append(seed)
-                    print("FAIL seed %d (%.1f s):" % (seed, elapsed), flush=True)
-                    for problem in problems[:10]:
-                        print("   " + problem, flush=True)
+                    failures.append(session_seed)
+                    print("FAIL seed %d (%.1f s):\n   %s" % (session_seed, elapsed, "\n   ".join(problems[:10])), flush=True)
     print("protocol fuzz: %d sessions (seeds %d..%d), %d commands; %d built a tree, %d solved, %d barred "
           "by a banned process; %d failed%s" %
-          (counts["sessions"], args.seed, next_seed - 1, counts["commands"], counts["built"], counts["solved"],
+          (counts["sessions"], args.seed, seed - 1, counts["commands"], counts["built"], counts["solved"],
            counts["barred"], len(failures),
            ": seeds %s, kept in %s" % (" ".join(map(str, sorted(failures))), keep) if failures else ""), flush=True)
     return 1 if failures else 0

@@ -5,12 +5,9 @@
 #include <algorithm>
 #include <cstring>
 #include <map>
-#include <stdexcept>
 
 #include "shell/avx_gate.h"
-#include "shell/processor_commands.h"
 #include "shell/protocol/processor.h"
-#include "shell/protocol/settings.h"
 
 namespace {
 
@@ -101,36 +98,35 @@ TEST(CpuInfoReport, EachNameShowsItsOwnBitAndTheVendorDecidesVendorOnlyBits) {
 }
 
 TEST(InstructionSetChoice, KernelVariantsNeedTheExtensionsAndTheSystemState) {
-    CpuInfo info;
-    EXPECT_STREQ(best_instruction_set(info), "SSE3");
-    info.leaf1_ecx = bit(28) | bit(27) | bit(12);  // AVX, OSXSAVE, FMA
-    EXPECT_STREQ(best_instruction_set(info), "AVX");
-    info.leaf7_ebx = bit(5) | bit(16) | bit(17) | bit(30) | bit(31);
-    // The reply names what the processor has, even where the system can't run it.
-    EXPECT_STREQ(best_instruction_set(info), "AVX2");
-    EXPECT_FALSE(can_run_avx2_kernels(info));
-    info.xcr0 = 0xE7;
-    EXPECT_TRUE(can_run_avx2_kernels(info));
-    EXPECT_TRUE(can_run_avx512_kernels(info));
-
-    CpuInfo no_zmm_state = info;
-    no_zmm_state.xcr0 = 0x7;
-    EXPECT_TRUE(can_run_avx2_kernels(no_zmm_state));
-    EXPECT_FALSE(can_run_avx512_kernels(no_zmm_state));
-    CpuInfo foundation_only = info;  // the first 512-bit parts had no BW, DQ or VL
-    foundation_only.leaf7_ebx = bit(5) | bit(16);
-    EXPECT_FALSE(can_run_avx512_kernels(foundation_only));
-    CpuInfo no_fma = info;
-    no_fma.leaf1_ecx &= ~bit(12);
-    EXPECT_FALSE(can_run_avx2_kernels(no_fma));
-    EXPECT_FALSE(can_run_avx512_kernels(no_fma));
-
+    const uint32_t avx = bit(28), osxsave = bit(27), fma = bit(12), avx2 = bit(5);
+    const uint32_t avx512 = bit(16) | bit(17) | bit(30) | bit(31);  // F, DQ, BW, VL
+    const struct {
+        uint32_t leaf1_ecx, leaf7_ebx;
+        uint64_t xcr0;
+        const char* best;  // what the processor has, even where the system can't run it
+        bool avx2_runs, avx512_runs;
+    } cases[] = {
+        {0, 0, 0, "SSE3", false, false},
+        {avx | osxsave | fma, 0, 0xE7, "AVX", false, false},
+        {avx | osxsave | fma, avx2 | avx512, 0, "AVX2", false, false},
+        {avx | osxsave | fma, avx2 | avx512, 0xE7, "AVX2", true, true},
+        {avx | osxsave | fma, avx2 | avx512, 0x7, "AVX2", true, false},           // no ZMM state
+        {avx | osxsave | fma, avx2 | bit(16), 0xE7, "AVX2", true, false},        // F alone, as the first parts had
+        {avx | osxsave, avx2 | avx512, 0xE7, "AVX2", false, false},              // no FMA
+    };
+    for (const auto& c : cases) {
+        CpuInfo info;
+        info.leaf1_ecx = c.leaf1_ecx;
+        info.leaf7_ebx = c.leaf7_ebx;
+        info.xcr0 = c.xcr0;
+        EXPECT_STREQ(best_instruction_set(info), c.best);
+        EXPECT_EQ(can_run_avx2_kernels(info), c.avx2_runs) << c.leaf1_ecx << " " << c.leaf7_ebx << " " << c.xcr0;
+        EXPECT_EQ(can_run_avx512_kernels(info), c.avx512_runs) << c.leaf1_ecx << " " << c.leaf7_ebx << " " << c.xcr0;
+    }
     EXPECT_EQ(choose_kernel_isa(false, true, true), VectorIsa::avx2);
     EXPECT_EQ(choose_kernel_isa(true, true, true), VectorIsa::avx512);
     EXPECT_EQ(choose_kernel_isa(true, true, false), VectorIsa::avx2);
     EXPECT_EQ(choose_kernel_isa(true, false, false), VectorIsa::avx);
-
-    const uint32_t avx = bit(28), osxsave = bit(27);
     EXPECT_TRUE(avx_requirement_met(avx | osxsave, 0x7));
     EXPECT_FALSE(avx_requirement_met(osxsave, 0x7));
     EXPECT_FALSE(avx_requirement_met(avx, 0x7));  // no OSXSAVE: the XCR0 value means nothing
@@ -151,30 +147,6 @@ TEST(KernelBlocks, LeavesGoInTheWidestBlocksTheLevelAllows) {
         for (int leaves = c.leaves; leaves > 0; leaves -= taken.back()) taken.push_back(c.width(leaves, c.level));
         EXPECT_EQ(taken, c.blocks) << c.leaves << " leaves at level " << c.level;
     }
-    EXPECT_FALSE(river_batch_enabled(1));
-    EXPECT_TRUE(river_batch_enabled(2));
-}
-
-// The replies are pinned by processor.transcript; this checks what the
-// commands store, which no reply shows.
-void run_handler(void (*handler)(const Tokens&), const Tokens& tokens) {
-    command_word = current_command = tokens[0];
-    handler(tokens);
-    flush_replies();
-}
-
-TEST(ProcessorSwitches, CommandsStoreOnlyAcceptedValues) {
-    testing::internal::CaptureStdout();
-    run_handler(cmd_set_simd_level, {"set_simd_level", "5"});
-    EXPECT_THROW(run_handler(cmd_set_simd_level, {"set_simd_level", "9"}), std::runtime_error);
-    EXPECT_EQ(simd_level, 5);
-    run_handler(cmd_enable_avx512, {"enable_avx512", "1"});
-    EXPECT_EQ(kernel_isa(), can_run_avx512_kernels() ? VectorIsa::avx512
-                                                     : (can_run_avx2_kernels() ? VectorIsa::avx2 : VectorIsa::avx));
-    run_handler(cmd_enable_avx512, {"enable_avx512", "0"});
-    EXPECT_NE(kernel_isa(), VectorIsa::avx512);
-    testing::internal::GetCapturedStdout();
-    simd_level = 8;
 }
 
 }  // namespace

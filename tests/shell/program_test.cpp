@@ -3,59 +3,27 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/wait.h>
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 #include "shell/process_watcher.h"
+#include "shell/program_runs.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-struct ProgramRun {
-    int exit_code;
-    std::string output;
-};
-
-class ProgramTest : public testing::Test {
+class ProgramTest : public ProgramFolder {
 protected:
-    void SetUp() override {
-        work = fs::temp_directory_path() /
-               ("tavrek_program_" + std::string(testing::UnitTest::GetInstance()->current_test_info()->name()));
-        fs::remove_all(work);
-        fs::create_directories(work);
-    }
-    void TearDown() override { fs::remove_all(work); }
-
-    std::string read(const std::string& name) {
-        std::ifstream file(work / name, std::ios::binary);
-        std::stringstream text;
-        text << file.rdbuf();
-        return text.str();
-    }
+    std::string read(const std::string& name) { return file_text(work / name); }
     void write(const std::string& name, const std::string& text) {
         std::ofstream(work / name, std::ios::binary) << text;
     }
-    // The program on `input`, or on what the shell command `feed` writes.
-    ProgramRun run(const std::string& args, const std::string& input, const std::string& feed = "") {
-        write("input.txt", input);
-        const std::string command = "cd '" + work.string() + "' && " + (feed.empty() ? "" : feed + " | ") +
-                                    "'" TAVREK_BINARY "' " + args + (feed.empty() ? " < input.txt" : "") +
-                                    " > output.txt 2> errors.txt";
-        const int status = std::system(command.c_str());
-        const std::string output = read("output.txt");
-        const size_t banner_end = output.find('\n', output.find('\n') + 1);
-        return {WEXITSTATUS(status), banner_end == std::string::npos ? output : output.substr(banner_end + 1)};
-    }
-
-    fs::path work;
 };
 
 TEST_F(ProgramTest, EndOfInputExitAndStartUpFailures) {
-    ProgramRun result = run("", "is_ready\n\nis_ready");
+    Run result = run("", "is_ready\n\nis_ready");
     EXPECT_EQ(result.exit_code, 0);
     EXPECT_EQ(result.output, "is_ready ok!\n");  // the unterminated last line is dropped
     // A line that arrives in two writes is one command.
@@ -82,7 +50,7 @@ TEST_F(ProgramTest, EndOfInputExitAndStartUpFailures) {
 }
 
 TEST_F(ProgramTest, RedirectionWritesAndAppendsToFiles) {
-    const ProgramRun result = run("",
+    const Run result = run("",
                                   "stdoutredi out.txt\necho one\nstdoutback\necho console\n"
                                   "stdoutredi_append out.txt\necho two\nstdoutback\n"
                                   "stdoutredi fresh.txt\necho three\nstdoutredi no/such/folder/x.txt\nstdoutback\n");
@@ -97,7 +65,7 @@ TEST_F(ProgramTest, LinesOverTheBoundAreRefusedAndSkippedToTheirNewline) {
     // input and from a script alike, and the next line runs as usual.
     const std::string longest = "echo " + std::string(bound - 5, 'x');
     write("long.txt", "echo before\n" + std::string(bound + 1, 'y') + "\necho after\n");
-    const ProgramRun result =
+    const Run result =
         run("", longest + "\n" + longest + "z\nis_ready\nload_script long.txt\n" + std::string(3 * bound, 'w'));
     EXPECT_EQ(result.exit_code, 0);
     // Replies are cut at 64 KB; the unterminated last line is refused as soon
@@ -132,7 +100,7 @@ TEST_F(ProgramTest, DISABLED_ABannedProcessBarsEveryCommandEvenExit) {
     pid_t helper_pid = 0;
     ASSERT_EQ(posix_spawn(&helper_pid, helper.c_str(), nullptr, nullptr, helper_argv, environ), 0);
     // Input starts once the program has had time to see the process.
-    const ProgramRun result = run("", "is_ready\nLABEL: x\nexit\necho still-barred\n", "{ sleep 0.7; cat input.txt; }");
+    const Run result = run("", "is_ready\nLABEL: x\nexit\necho still-barred\n", "{ sleep 0.7; cat input.txt; }");
     kill(helper_pid, SIGKILL);
     waitpid(helper_pid, nullptr, 0);
     EXPECT_EQ(result.exit_code, 0);

@@ -6,8 +6,9 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <sstream>
+
+#include "shell/program_runs.h"
 
 namespace fs = std::filesystem;
 
@@ -29,34 +30,6 @@ const Spot river{"river", "solver/fixtures/river_game.txt", 61, "r:0 r:0:c r:0:b
 const Spot flop{"flop", "solver/fixtures/flop_game.txt", 4,
                 "r:0 r:0:c r:0:b50 r:0:c:c:As r:0:b50:c:Kd r:0:c:c:As:b50 r:0:c:c:7h:c:c:4d r:0:b50:c:Kd:b50"};
 
-class TreeFileProgramTest : public testing::Test {
-public:
-    void SetUp() override {
-        work = fs::temp_directory_path() /
-               ("tavrek_tree_file_" + std::string(testing::UnitTest::GetInstance()->current_test_info()->name()) +
-                "_" + std::to_string(getpid()));
-        fs::remove_all(work);
-        fs::create_directories(work);
-    }
-    void TearDown() override { fs::remove_all(work); }
-
-    // The program's output on `input`, from the line after its first reply.
-    std::string run(const std::string& input) {
-        std::ofstream(work / "input.txt", std::ios::binary) << "set_threads 1\n" << input;
-        const std::string command = "cd '" + work.string() + "' && '" TAVREK_BINARY "' < input.txt > output.txt";
-        EXPECT_EQ(std::system(command.c_str()), 0);
-        std::ifstream file(work / "output.txt", std::ios::binary);
-        std::stringstream text;
-        text << file.rdbuf();
-        const std::string output = text.str();
-        size_t at = 0;
-        for (int line = 0; line < 3; ++line) at = output.find('\n', at) + 1;  // banner and set_threads
-        return output.substr(at);
-    }
-
-    fs::path work;
-};
-
 // What a client reads of a solve, closed by a mark that splits a session's output.
 std::string queries(const Spot& spot, const std::string& mark) {
     std::string text = "node_count\ncalc_results\n";
@@ -76,18 +49,24 @@ std::string between(const std::string& output, const std::string& from, const st
 // One solve saved at a level with isomorphism on or off, and brought back:
 // every query answers as before, and three more iterations give what they
 // give without the interruption.
-void round_trip(TreeFileProgramTest& test, const Spot& spot, int level, int isomorphic) {
+class TreeFileProgramTest : public ProgramFolder {
+protected:
+    void round_trip(const Spot& spot, int level, int isomorphic);
+};
+
+void TreeFileProgramTest::round_trip(const Spot& spot, int level, int isomorphic) {
     SCOPED_TRACE(std::string(spot.name) + " isomorphism " + std::to_string(isomorphic) + " level " +
                  std::to_string(level));
     const std::string setup = "load_script " + (tests_root / spot.script).string() + "\nset_isomorphism " +
                               std::to_string(isomorphic) + " " + std::to_string(isomorphic) + "\nset_compression " +
                               std::to_string(level) + "\nbuild_tree\n";
     const std::string further = "go 3 steps\nwait_for_solver\n";
-    const std::string saved = test.run(setup + "go " + std::to_string(spot.iterations) + " steps\nwait_for_solver\n" +
+    const std::string saved = run("", setup + "go " + std::to_string(spot.iterations) + " steps\nwait_for_solver\n" +
                                        queries(spot, "before") + "dump_tree saved.tree\necho saved\n" + further +
-                                       queries(spot, "after"));
+                                       queries(spot, "after")).output;
     const std::string loaded =
-        test.run("load_tree saved.tree\necho loaded\n" + queries(spot, "before") + further + queries(spot, "after"));
+        run("", "load_tree saved.tree\necho loaded\n" + queries(spot, "before") + further + queries(spot, "after"))
+            .output;
 
     EXPECT_EQ(between(saved, "before", "saved"), "dump_tree ok!\n");
     EXPECT_EQ(between(loaded, "", "loaded"), "load_tree ok!\n");
@@ -97,19 +76,19 @@ void round_trip(TreeFileProgramTest& test, const Spot& spot, int level, int isom
     EXPECT_EQ(between(loaded, "before", "after"), between(saved, "saved", "after"));
     // A save leaves no file but the one asked for.
     std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(test.work)) names.push_back(entry.path().filename().string());
+    for (const auto& entry : fs::directory_iterator(work)) names.push_back(entry.path().filename().string());
     std::sort(names.begin(), names.end());
-    EXPECT_EQ(names, (std::vector<std::string>{"input.txt", "output.txt", "saved.tree"}));
+    EXPECT_EQ(names, (std::vector<std::string>{"errors.txt", "input.txt", "output.txt", "saved.tree"}));
 }
 
 // Isomorphism matters from the turn on. The flop is the costly spot: its
 // levels are covered in-process by the tree file tests of the solver.
 TEST_F(TreeFileProgramTest, RiverAndTurnAtEveryLevelAndFlopAtMax) {
     for (int level = 0; level <= 5; ++level) {
-        round_trip(*this, river, level, 1);
-        for (const int isomorphic : {1, 0}) round_trip(*this, turn, level, isomorphic);
+        round_trip(river, level, 1);
+        for (const int isomorphic : {1, 0}) round_trip(turn, level, isomorphic);
     }
-    round_trip(*this, flop, 4, 0);
+    round_trip(flop, 4, 0);
 }
 
 }  // namespace
