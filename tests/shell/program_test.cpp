@@ -26,6 +26,7 @@ TEST_F(ProgramTest, EndOfInputExitAndStartUpFailures) {
     Run result = run("", "is_ready\n\nis_ready");
     EXPECT_EQ(result.exit_code, 0);
     EXPECT_EQ(result.output, "is_ready ok!\n");  // the unterminated last line is dropped
+    EXPECT_EQ(read("output.txt").rfind("Tavrek (Marlune) build 1044 (Dec 23 2019, 19:17:32) \n", 0), 0u);
     // A line that arrives in two writes is one command.
     result = run("", "", "{ printf 'echo spl'; sleep 0.3; printf 'it\\nis_r'; sleep 0.3; printf 'eady\\n'; }");
     EXPECT_EQ(result.output, "split\nis_ready ok!\n");
