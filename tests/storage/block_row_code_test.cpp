@@ -214,28 +214,6 @@ TEST(BlockRowCode, TwelveBitFieldIsThreeLittleEndianWords) {
     }
 }
 
-TEST(BlockRowCode, FourGroupsOfBytesReadTheSameOnEveryPath) {
-    // Control byte 0x55 has a fast path in the vector reader; the plain
-    // reader takes it group by group. Padding after the code keeps the vector
-    // reader off its path for the end of the bytes.
-    std::vector<uint32_t> row32(32);
-    for (int i = 0; i < 32; ++i) row32[i] = 1 + i * 7;
-    const std::vector<uint16_t> row16(row32.begin(), row32.end());
-    Bytes code16 = encode_with(scalar_block_row_codec, row16), code32 = encode_with(scalar_block_row_codec, row32);
-    ASSERT_EQ(code16[0], 0x55);
-    ASSERT_EQ(code32[0], 0x55);
-    code16.resize(200, 0xee);
-    code32.resize(200, 0xee);
-    for (const BlockRowCodec* reader : codecs()) {
-        std::vector<uint16_t> back16(32);
-        std::vector<uint32_t> back32(32);
-        EXPECT_EQ(reader->decode16(code16.data(), code16.data() + 200, 32, back16.data()), 33);
-        EXPECT_EQ(reader->decode32(code32.data(), code32.data() + 200, 32, back32.data()), 33);
-        EXPECT_EQ(back16, row16) << reader->name;
-        EXPECT_EQ(back32, row32) << reader->name;
-    }
-}
-
 TEST(BlockRowCode, RestModesOfTheWriterAndLenientModesOfTheReader) {
     for (const BlockRowCodec* codec : codecs()) {
         // 32-bit rest: bit 0 for a value in 256..65535, bit 1 for one above.
@@ -275,16 +253,4 @@ TEST(BlockRowCode, RestModesOfTheWriterAndLenientModesOfTheReader) {
     Bytes code(block_row_bound24(3));
     code.resize(encode_block_row24(wide.data(), 3, code.data()));
     EXPECT_EQ(code, (Bytes{2, 0x56, 0x34, 0x12, 0, 0, 0, 1, 0, 0}));
-    // Blocks have 3-byte fields; values of 2^24 and more keep their low 24 bits.
-    std::vector<uint32_t> block(32, 0);
-    block[0] = 0xabcdef;
-    block[9] = 0x1000007;
-    code.assign(block_row_bound24(32), 0);
-    code.resize(encode_block_row24(block.data(), 32, code.data()));
-    EXPECT_EQ(code.size(), 1u + 2 * 24);
-    EXPECT_EQ((Bytes{code[0], code[1], code[2], code[3]}), (Bytes{3 | 3 << 2, 0xef, 0xcd, 0xab}));
-    std::vector<uint32_t> back(32);
-    EXPECT_EQ(decode_block_row24(code.data(), code.data() + code.size(), 32, back.data()), 49);
-    block[9] = 7;
-    EXPECT_EQ(back, block);
 }

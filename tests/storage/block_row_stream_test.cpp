@@ -13,8 +13,7 @@
 
 namespace {
 
-// The rows of one group's pass: 16-bit regrets of several actions over
-// river boards of falling hand counts, then 32-bit strategy sums.
+// The rows of one group's pass, as 16-bit regrets or 32-bit strategy sums.
 struct GroupRows {
     std::vector<std::vector<uint16_t>> narrow;
     std::vector<std::vector<uint32_t>> wide;
@@ -48,8 +47,6 @@ void write_pass(BlockRowStream& stream, const GroupRows& rows, bool wide) {
     stream.begin_write();
     for (size_t r = 0; r < rows.narrow.size(); ++r) {
         const int n = static_cast<int>(rows.narrow[r].size());
-        // A previous row is passed where the walk would pass one; this code
-        // does not use it.
         if (wide) {
             stream.put_row32(rows.wide[r].data(), r > 0 ? rows.wide[r - 1].data() : nullptr, n);
         } else {
@@ -86,18 +83,8 @@ TEST(BlockRowStream, PassesOfBothWidthsReadBackInOrder) {
         BlockRowStream stream(reserve_for(first, wide ? 4 : 2));
         EXPECT_FALSE(stream.has_data());
 
-        const int64_t written_before = storage_write_bytes;
         write_pass(stream, first, wide);
-        uint64_t raw = 0;
-        for (const auto& row : first.narrow) raw += row.size() * (wide ? 4 : 2);
-        EXPECT_EQ(stream.raw_bytes, raw);
-        EXPECT_EQ(storage_write_bytes - written_before, stream.position);
-        EXPECT_LE(stream.position, stream.capacity);
-        EXPECT_EQ(stream.block.logical, stream.capacity);
-
-        const int64_t read_before = storage_read_bytes;
         expect_read_pass(stream, first, wide);
-        EXPECT_EQ(storage_read_bytes - read_before, stream.position);
         // A pass that was not modified is read again as it stands.
         expect_read_pass(stream, first, wide);
 
@@ -141,16 +128,6 @@ TEST(BlockRowStream, SectionSavesAndLoadsTheRows) {
 
     MemoryChannel channel(7);
     stream.save(channel);
-    ASSERT_EQ(channel.bytes.size(), 4 + 8 + 8 + static_cast<size_t>(stream.block.logical));
-    int32_t capacity;
-    uint64_t limit, size;
-    std::memcpy(&capacity, channel.bytes.data(), 4);
-    std::memcpy(&limit, channel.bytes.data() + 4, 8);
-    std::memcpy(&size, channel.bytes.data() + 12, 8);
-    EXPECT_EQ(capacity, stream.capacity);
-    EXPECT_EQ(limit, static_cast<uint64_t>(stream.block.reserve_limit));
-    EXPECT_EQ(size, static_cast<uint64_t>(stream.block.logical));
-
     // The loaded stream takes the stored limit, whatever it was made with.
     channel.rewind();
     BlockRowStream loaded(16384);

@@ -62,16 +62,10 @@ TEST(EntropyRowStream, PassesWriteAndReadGroups) {
     EXPECT_FALSE(stream.has_data());
 
     const Group first = make_group(random, 3, 2000);
-    const int64_t written_before = storage_write_bytes;
-    const int64_t read_before = storage_read_bytes;
     write_group(stream, first);
-    EXPECT_EQ(stream.statistics.rows, first.rows.size());
-    const int64_t coded = storage_write_bytes - written_before;
-    EXPECT_EQ(coded, stream.block.logical);
-    EXPECT_LT(coded, 36 * 1000);  // well below a byte per value
+    EXPECT_LT(stream.block.logical, 36 * 1000);  // well below a byte per value
     expect_group(stream, first);
     expect_group(stream, first);  // a group closed unchanged reads again
-    EXPECT_EQ(storage_read_bytes - read_before, 2 * coded);
 
     // The next iteration: smaller rows in the same committed pages.
     const int64_t committed = stream.block.high_commit;
@@ -79,28 +73,6 @@ TEST(EntropyRowStream, PassesWriteAndReadGroups) {
     write_group(stream, second);
     EXPECT_EQ(stream.block.high_commit, committed);
     expect_group(stream, second);
-}
-
-TEST(EntropyRowStream, SixteenBitRowsAndEmptyRows) {
-    EntropyRowStream stream(entropy_stream_reserve_limit(4000));
-    std::vector<uint16_t> row(1326), previous(1326), back(1326), back_previous(1326);
-    for (int i = 0; i < 1326; ++i) {
-        previous[i] = static_cast<uint16_t>(i % 7 ? i * 40 : 0);
-        row[i] = static_cast<uint16_t>(previous[i] + (i % 5 == 0));
-    }
-    stream.begin_write();
-    stream.put_row16(previous.data(), nullptr, 1326);
-    stream.put_row16(row.data(), previous.data(), 1326);
-    stream.put_row16(row.data(), nullptr, 0);
-    stream.end_write();
-    stream.begin_read();
-    stream.get_row16(back_previous.data(), nullptr, 1326);
-    stream.get_row16(back.data(), back_previous.data(), 1326);
-    stream.get_row16(back.data(), nullptr, 0);
-    stream.end_read();
-    EXPECT_EQ(back_previous, previous);
-    EXPECT_EQ(back, row);
-    EXPECT_EQ(stream.statistics.previous_row_rows, 1u);
 }
 
 TEST(EntropyRowStream, SectionRoundTripsThroughATreeFile) {
@@ -175,14 +147,7 @@ TEST(EntropyRowStream, ThreadsKeepTheirOwnGrowthBuffers) {
     EXPECT_TRUE(ok[0] && ok[1]);
 }
 
-TEST(EntropyRowStreamDeathTest, FatalMisuse) {
-    EXPECT_EXIT(
-        {
-            EntropyRowStream stream(4096);
-            stream.begin_write();
-            stream.begin_write();
-        },
-        testing::ExitedWithCode(1), "");
+TEST(EntropyRowStreamDeathTest, RowsBeyondTheReserveAreFatal) {
     // Rows that do not shrink to two bytes a value outgrow their reserve.
     EXPECT_EXIT(
         {

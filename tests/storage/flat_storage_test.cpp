@@ -27,29 +27,10 @@ RowLayout small_layout(int actions) {
     return make_row_layout(actions, groups);
 }
 
-TEST(FloatRowStorage, ReadsDefaultsPerActionUntilRowsHoldRegret) {
-    FloatRowStorage storage(3, 11);
-    EXPECT_EQ(storage.value_count(-1), 33);
-    const std::vector<float> training = {0.9f, 0.05f, 0.05f};
-    // Before open and right after it, every hand plays the defaults.
-    for (int pass = 0; pass < 2; ++pass) {
-        expect_near(read(storage, 3, -1, -1, training),
-                    {std::vector<float>(11, 0.9f), std::vector<float>(11, 0.05f), std::vector<float>(11, 0.05f)});
-        ASSERT_TRUE(storage.open());
-    }
-    std::mt19937 random(7);
-    Rows values = random_rows(random, 3, 11, 0.0f, 5.0f);
-    for (int a = 0; a < 3; ++a) values[a][4] = values[a][6] = 0.0f;  // no regret at all
-    values[0][6] = 1e-39f;                                           // a sum below the smallest normal
-    for (int a = 0; a < 3; ++a) storage.write_row(-1, -1, a, values[a].data());
-    const Rows strategy = read(storage, 3, -1, -1, training);
-    expect_near(strategy, regret_matching(values, training));
-    EXPECT_EQ(strategy[0][6], 0.9f);
-}
-
-TEST(FloatRowStorage, UpdatesFollowTheModelAndSkipFrozenHands) {
+TEST(FloatRowStorage, UpdatesReadsAndSumsFollowTheModel) {
     const int hands = 21;
     FloatRowStorage storage(2, hands);
+    expect_near(read(storage, 2, -1, -1, {0.9f, 0.1f}), {std::vector<float>(hands, 0.9f), std::vector<float>(hands, 0.1f)});
     ASSERT_TRUE(storage.open());
     std::vector<uint8_t> mask(hands, 0);
     mask[3] = mask[12] = 1;
@@ -68,6 +49,8 @@ TEST(FloatRowStorage, UpdatesFollowTheModelAndSkipFrozenHands) {
     }
     for (int a = 0; a < 2; ++a)
         for (int h = 0; h < hands; ++h) EXPECT_FLOAT_EQ(storage.action_row(a)[h], model[a][h]) << a << " " << h;
+    // The frozen hands have no regret at all and play the defaults.
+    expect_near(read(storage, 2, -1, -1, {0.9f, 0.1f}), regret_matching(model, {0.9f, 0.1f}));
 
     // Strategy sums: w * strategy * reach, nothing without reach or weight.
     FloatRowStorage sums(2, hands);
@@ -86,9 +69,7 @@ TEST(FloatRowStorage, UpdatesFollowTheModelAndSkipFrozenHands) {
 TEST(TurnRowStorage, ForwardsEachTurnGroupToItsOwnBoardAndSavesThemInOrder) {
     const std::vector<int> hand_counts = {4, 9, 6};
     TurnRowStorage storage(2, hand_counts);
-    EXPECT_EQ(storage.value_count(1), 2 * (4 + 9 + 6));
     EXPECT_EQ(storage.row_length(1, -1), 9);
-    EXPECT_EQ(storage.lock_record(-1, -1), nullptr);
     ASSERT_TRUE(storage.open());
     set_mask(*storage.lock_record(2, -1), {0, 1, 1, 0, 0, 0});
 
@@ -99,8 +80,6 @@ TEST(TurnRowStorage, ForwardsEachTurnGroupToItsOwnBoardAndSavesThemInOrder) {
 
     MemoryChannel channel(7);
     storage.save(channel);
-    // Per board: lock flags (the masked one with hands, run count, runs 1 2 3), raw rows.
-    EXPECT_EQ(channel.bytes.size(), 3 * 4u + 4u + 3 * 2u + 2 * (4 + 9 + 6) * 4u);
     channel.rewind();
     TurnRowStorage loaded(2, hand_counts);
     loaded.load(channel);
@@ -142,26 +121,6 @@ TEST(FloatArenaStorage, RowsAtLayoutOffsetsWithDefaultsByHandBeforeOpen) {
     expect_near(read(storage, 3, 0, 1, uniform), regret_matching(stored, uniform));
 }
 
-TEST(FloatArenaStorage, StrategySumsSkipMaskedHandsAndAbsentRows) {
-    const RowLayout layout = small_layout(5);
-    FloatArenaStorage storage(&layout);
-    ASSERT_TRUE(storage.open());
-    std::mt19937 random(5);
-    Table strategy(random_rows(random, 5, 12, 0.0f, 0.2f));
-    strategy.pointers[3] = nullptr;
-    const std::vector<float> reach = random_rows(random, 1, 12, 0.0f, 1.0f)[0];
-    std::vector<uint8_t> mask(12, 0);
-    mask[0] = 1;
-    set_mask(*storage.lock_record(1, 0), mask);
-    storage.add_strategy(1, 0, strategy.pointers.data(), reach.data(), 4.0f);
-    storage.add_strategy(1, 0, strategy.pointers.data(), reach.data(), 4.0f);
-
-    const float* row = storage.row_values(1, 0);
-    for (int a = 0; a < 5; ++a)
-        for (int h = 0; h < 12; ++h)
-            EXPECT_NEAR(row[a * 12 + h], (a == 3 || h == 0) ? 0.0f : 8.0f * strategy.rows[a][h] * reach[h], 1e-6f);
-}
-
 TEST(WordArenaStorage, TwoActionsReadAsFirstAndRestOthersWithPerActionDefaults) {
     const RowLayout pair_layout = small_layout(2);
     WordArenaStorage pair(&pair_layout);
@@ -187,17 +146,6 @@ TEST(WordArenaStorage, TwoActionsReadAsFirstAndRestOthersWithPerActionDefaults) 
         }
         expect_near(read(storage, actions, 1, 0, defaults), regret_matching(values, defaults));
     }
-}
-
-TEST(WordArenaStorage, WriteRowTruncatesAndClamps) {
-    const RowLayout layout = small_layout(2);
-    WordArenaStorage storage(&layout);
-    ASSERT_TRUE(storage.open());
-    const std::vector<float> row = {2.9f, -5.0f, 70000.0f, 1000.0f, 0.99f, 65535.5f, 4e9f, -0.5f, 12.0f};
-    storage.write_row(0, 1, 1, row.data());
-    const uint16_t* values = storage.row_values(0, 1) + 12;  // action 1 of a 9-hand row
-    // Beyond the int32 range the conversion gives 0, as the processor's does.
-    EXPECT_EQ(std::vector<uint16_t>(values, values + 9), (std::vector<uint16_t>{2, 0, 65535, 1000, 0, 65535, 0, 0, 12}));
 }
 
 TEST(WordArenaStorage, RegretUpdateInUnitsOfTheScale) {
@@ -255,8 +203,6 @@ TEST(ArenaStorage, LocksPerRowAndFileSectionsInBothRowForms) {
     const RowLayout layout = small_layout(2);
     WordArenaStorage words(&layout);
     FloatArenaStorage floats(&layout);
-    EXPECT_EQ(words.lock_record(-1, -1), nullptr);
-    EXPECT_EQ(words.lock_record(0, 2), nullptr);
     ASSERT_TRUE(words.open());
     ASSERT_TRUE(floats.open());
     words.lock_record(0, 1)->flags = lock_flag_node;
@@ -270,9 +216,6 @@ TEST(ArenaStorage, LocksPerRowAndFileSectionsInBothRowForms) {
     for (const int version : {7, 3}) {
         MemoryChannel channel(version);
         words.save(channel);
-        if (version == 3) {
-            EXPECT_EQ(channel.bytes.size(), 3 * 4u + 2 * (5 + 9 + 12) * 2u);
-        }
         channel.rewind();
         WordArenaStorage loaded(&layout);
         loaded.load(channel);  // opens itself when nobody did
@@ -283,7 +226,6 @@ TEST(ArenaStorage, LocksPerRowAndFileSectionsInBothRowForms) {
     }
     MemoryChannel channel(7);
     floats.save(channel);
-    EXPECT_EQ(channel.bytes.size(), 3 * 4u + 2 * (5 + 9 + 12) * 4u);
     channel.rewind();
     FloatArenaStorage loaded(&layout);
     loaded.load(channel);
