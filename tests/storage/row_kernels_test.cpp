@@ -123,31 +123,4 @@ TEST_F(RowKernelsTest, UpdatesAreIdenticalWithMasksAndAbsentRows) {
     }
 }
 
-TEST(RowKernelHelpers, TruncationMatchesTheVectorConversion) {
-    EXPECT_EQ(truncate_to_int32(-2.9f), -2);
-    EXPECT_EQ(truncate_to_int32(-2147483648.0f), INT32_MIN);
-    EXPECT_EQ(truncate_to_int32(2147483520.0f), 2147483520);
-    EXPECT_EQ(truncate_to_int32(2147483648.0f), INT32_MIN);
-    EXPECT_EQ(truncate_to_int32(std::numeric_limits<float>::quiet_NaN()), INT32_MIN);
-}
-
-TEST(RowKernelHelpers, TiePoolingTakesTruncatedMeansAndSkipsShortRuns) {
-    std::vector<uint16_t> row = {1, 2, 4, 10, 7, 7, 9, 5};
-    // [0,3) mean 7/3 = 2; [3] stays; 0 moves nothing; [4,6) mean 7; -1 steps
-    // back to 5; [5,8) = {7, 9, 5}, mean 7.
-    pool_tied_hands(row.data(), int(row.size()), std::vector<int16_t>{3, 1, 0, 2, -1, 3}, nullptr);
-    EXPECT_EQ(row, (std::vector<uint16_t>{2, 2, 2, 10, 7, 7, 7, 7}));
-
-    std::vector<uint16_t> short_row = {65535, 65535, 1};
-    pool_tied_hands(short_row.data(), 3, std::vector<int16_t>{5}, nullptr);  // cut at the row's end
-    EXPECT_EQ(short_row, (std::vector<uint16_t>{43690, 43690, 43690}));
-
-    // Frozen hands keep their value and stay out of the mean; a run of
-    // frozen hands alone is left as it is.
-    std::vector<uint16_t> masked = {1, 100, 5, 8, 9, 3};
-    const uint8_t frozen[] = {0, 1, 0, 0, 1, 1};
-    pool_tied_hands(masked.data(), 6, std::vector<int16_t>{3, 1, 2}, frozen);
-    EXPECT_EQ(masked, (std::vector<uint16_t>{3, 100, 3, 8, 9, 3}));
-}
-
 }  // namespace
