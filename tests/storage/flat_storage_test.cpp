@@ -166,39 +166,6 @@ TEST(WordArenaStorage, RegretUpdateInUnitsOfTheScale) {
     EXPECT_EQ(std::vector<uint16_t>(values, values + 9), (std::vector<uint16_t>{64, 28, 36, 0, 7, 7, 8, 6, 716}));
 }
 
-TEST(WordArenaStorage, RegretUpdateAgainstModelWithMaskAndTiePooling) {
-    const RowLayout layout = small_layout(3);
-    WordArenaStorage storage(&layout);
-    ASSERT_TRUE(storage.open());
-    const int hands = 12;
-    std::vector<uint8_t> mask(hands, 0);
-    mask[2] = mask[11] = 1;
-    set_mask(*storage.lock_record(1, 0), mask);
-
-    std::mt19937 random(9);
-    std::vector<Row> model(3, Row(hands, 0));
-    const std::vector<int16_t> ties = {2, 1, 4, 5};
-    const float threshold = float(1.0 / 81.0);  // scale 81: gain 27
-    for (int step = 0; step < 8; ++step) {
-        const std::vector<float> node = random_rows(random, 1, hands, -4.0f, 4.0f)[0];
-        Table actions(random_rows(random, 3, hands, -4.0f, 4.0f));
-        const bool pooled = step % 2 == 1;
-        storage.update_regrets(1, 0, node.data(), actions.pointers.data(), pooled ? ties : std::vector<int16_t>{}, 81.0);
-        for (int a = 0; a < 3; ++a) {
-            for (int h = 0; h < hands; ++h)
-                if (!mask[h]) model[a][h] = word_regret(model[a][h], actions.rows[a][h] - node[h], 27.0f, threshold);
-            if (pooled) pool_ties(model[a], std::span<const int16_t>(ties), mask.data());
-        }
-    }
-    // Strategy sums never reach a regret store.
-    const Table strategy(3, hands);
-    const std::vector<float> reach(hands, 1.0f);
-    storage.add_strategy(1, 0, strategy.pointers.data(), reach.data(), 100.0f);
-    const uint16_t* values = storage.row_values(1, 0);
-    for (int a = 0; a < 3; ++a)
-        for (int h = 0; h < hands; ++h) EXPECT_EQ(values[a * 12 + h], model[a][h]) << a << " " << h;
-}
-
 TEST(ArenaStorage, LocksPerRowAndFileSectionsInBothRowForms) {
     const RowLayout layout = small_layout(2);
     WordArenaStorage words(&layout);
