@@ -13,8 +13,6 @@
 #include <stdexcept>
 #include <vector>
 
-#include "storage/coder_streams.h"
-#include "storage/codes/row_transform.h"
 #include "storage/legacy_coder_writers.h"
 
 namespace {
@@ -29,8 +27,8 @@ struct Input {
     uint32_t word() { return byte() | byte() << 8; }
 };
 
-std::vector<std::vector<uint32_t>> make_rows(Input& in, int width_class) {
-    std::vector<std::vector<uint32_t>> rows;
+RowList make_rows(Input& in, int width_class) {
+    RowList rows;
     while (!in.empty() && rows.size() < 12) {
         const int count = static_cast<int>(in.word() % (max_row_values + 1));
         std::vector<uint32_t> row(static_cast<size_t>(count));
@@ -54,30 +52,6 @@ std::vector<std::vector<uint32_t>> make_rows(Input& in, int width_class) {
     return rows;
 }
 
-const uint32_t* previous_of(const std::vector<std::vector<uint32_t>>& rows, size_t r) {
-    return r > 0 && rows[r].size() <= rows[r - 1].size() ? rows[r - 1].data() : nullptr;
-}
-
-void read_back(MemoryStreams& streams, const std::vector<std::vector<uint32_t>>& rows, bool must_match) {
-    std::unique_ptr<CodecReader> reader;
-    try {
-        reader = open_reader(streams.reading());
-    } catch (const std::runtime_error&) {
-        if (must_match) std::abort();
-        return;
-    }
-    if (!reader) {
-        if (must_match) std::abort();
-        return;
-    }
-    std::vector<std::vector<uint32_t>> back;
-    for (size_t r = 0; r < rows.size(); ++r) {
-        back.emplace_back(rows[r].size());
-        const bool ok = reader->read32(back[r].data(), previous_of(back, r), static_cast<int>(rows[r].size()));
-        if (must_match && (!ok || back[r] != rows[r])) std::abort();
-    }
-}
-
 void raw_streams(Input& in) {
     MemoryStreams streams;
     streams.bytes[0].push_back(static_cast<uint8_t>(in.byte() % 3));
@@ -86,9 +60,9 @@ void raw_streams(Input& in) {
         streams.bytes[s].insert(streams.bytes[s].end(), in.data + in.at, in.data + in.at + length);
         in.at += length;
     }
-    std::vector<std::vector<uint32_t>> shapes;
+    RowList shapes;
     for (int count : {8, 1326, 0, 77, 1000}) shapes.emplace_back(static_cast<size_t>(count));
-    read_back(streams, shapes, false);
+    rows_read_back(streams, shapes);
 }
 
 }  // namespace
@@ -108,22 +82,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (auto& flip : flips) flip = {in.byte() % codec_stream_count, in.word(), in.byte() % 8};
     const auto rows = make_rows(in, static_cast<int>(mode / 4 % 3));
 
-    std::vector<std::pair<std::vector<uint32_t>, int>> coded;
-    uint64_t counts[256] = {};
-    std::vector<uint32_t> a(max_row_values), b(max_row_values);
-    for (size_t r = 0; r < rows.size(); ++r) {
-        const int n = static_cast<int>(rows[r].size());
-        const TransformedRow t = transform_row32(rows[r].data(), previous_of(rows, r), n, a.data(), b.data());
-        coded.emplace_back(std::vector<uint32_t>(t.values, t.values + n), t.flag);
-        count_symbols(t.values, n, counts);
-    }
     MemoryStreams streams;
     {
-        std::unique_ptr<CodecWriter> writer;
-        if (coder == entropy_coder_id) writer = open_writer(entropy_coder_id, streams.writing(), nullptr);
-        if (coder == run_coder_id) writer = std::make_unique<RunCoder>(streams.writing());
-        if (coder == range_coder_id) writer = std::make_unique<RangeCoder>(streams.writing(), counts);
-        for (const auto& [values, flag] : coded) writer->write(values.data(), static_cast<int>(values.size()), flag);
+        auto writer = coder == entropy_coder_id ? open_writer(entropy_coder_id, streams.writing(), nullptr)
+                                                : open_legacy_writer(coder, streams.writing(), rows);
+        write_rows(*writer, rows);
     }
     bool damaged = false;
     for (const Flip& flip : flips) {
@@ -132,6 +95,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         bytes[flip.position % bytes.size()] ^= static_cast<uint8_t>(1u << flip.bit);
         damaged = true;
     }
-    read_back(streams, rows, !damaged);
+    // Without damage every row must come back exactly.
+    if (!rows_read_back(streams, rows) && !damaged) std::abort();
     return 0;
 }

@@ -15,26 +15,11 @@ work="${FUZZ_WORK:-/tmp/tavrek-codec-fuzz}"
 mkdir -p "$work/corpus"
 cxx="${CXX_FUZZ:-clang++-14}"
 
-sources=(
-  "$root/tests/fuzz/codec_fuzz.cpp"
-  "$root/tests/storage/legacy_coder_writers.cpp"
-  "$root/src/storage/codes/codec.cpp"
-  "$root/src/storage/codes/entropy_coder.cpp"
-  "$root/src/storage/codes/fse.cpp"
-  "$root/src/storage/codes/fse_table.cpp"
-  "$root/src/storage/codes/memory_blocks.cpp"
-  "$root/src/storage/codes/range_coder.cpp"
-  "$root/src/storage/codes/row_transform.cpp"
-  "$root/src/storage/codes/run_coder.cpp"
-  "$root/src/storage/codes/split_tree.cpp"
-  "$root/src/storage/codes/transformed_row_reader.cpp"
-  "$root/src/shell/protocol/cpu_info.cpp"
-  "$root/src/shell/protocol/processor.cpp"
-  "$root/src/shell/protocol/reply.cpp"
-  "$root/src/shell/protocol/settings.cpp"
-  "$root/src/shell/protocol/tokens.cpp"
-  "$root/src/shell/protocol/game_setup.cpp"
-)
+codes="$root/src/storage/codes"
+protocol="$root/src/shell/protocol"
+sources=("$root/tests/fuzz/codec_fuzz.cpp" "$root/tests/storage/legacy_coder_writers.cpp"
+  "$codes"/{codec,entropy_coder,fse,fse_table,memory_blocks,range_coder,row_transform,run_coder,split_tree}.cpp
+  "$codes/transformed_row_reader.cpp" "$protocol"/{cpu_info,processor,reply,settings,tokens,game_setup}.cpp)
 binary="$work/codec_fuzz"
 "$cxx" -std=c++20 -O1 -g -mavx -fsanitize=fuzzer,address,undefined -fno-sanitize-recover=undefined \
   -I"$root/src" -I"$root/tests" "${sources[@]}" -ltbbmalloc -o "$binary"

@@ -1,14 +1,20 @@
 // Test support for the coders: the 24 byte streams in memory, a callback
-// over them for writing and one for reading, and row generators.
+// over them for writing and one for reading, rows written and read back as
+// the row streams do, and row generators.
 #pragma once
 
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <memory>
 #include <random>
+#include <stdexcept>
 #include <vector>
 
 #include "storage/codes/codec.h"
+#include "storage/codes/row_transform.h"
+
+using RowList = std::vector<std::vector<uint32_t>>;
 
 struct MemoryStreams {
     std::vector<uint8_t> bytes[codec_stream_count];
@@ -34,12 +40,41 @@ struct MemoryStreams {
         std::fill(std::begin(read_at), std::end(read_at), size_t{0});
         return {take, this};
     }
-    size_t total_bytes() const {
-        size_t total = 0;
-        for (const auto& stream : bytes) total += stream.size();
-        return total;
-    }
 };
+
+// A row is coded against the one before when it is not longer.
+inline const uint32_t* previous_of(const RowList& rows, size_t r) {
+    return r > 0 && rows[r].size() <= rows[r - 1].size() ? rows[r - 1].data() : nullptr;
+}
+
+// Transforms the rows and hands them to `writer`, as the row streams do.
+inline void write_rows(CodecWriter& writer, const RowList& rows) {
+    std::vector<uint32_t> a(max_row_values), b(max_row_values);
+    for (size_t r = 0; r < rows.size(); ++r) {
+        const int n = int(rows[r].size());
+        const TransformedRow t = transform_row32(rows[r].data(), previous_of(rows, r), n, a.data(), b.data());
+        writer.write(t.values, n, t.flag);
+    }
+}
+
+// Whether every row reads back whole, and the reader saw no damage.
+inline bool rows_read_back(MemoryStreams& streams, const RowList& rows) {
+    std::unique_ptr<CodecReader> reader;
+    try {
+        reader = open_reader(streams.reading());
+    } catch (const std::runtime_error&) {
+        return false;
+    }
+    if (!reader) return false;
+    bool ok = true;
+    RowList back;
+    for (size_t r = 0; r < rows.size(); ++r) {
+        back.emplace_back(rows[r].size());
+        ok = reader->read32(back[r].data(), previous_of(rows, r) ? back[r - 1].data() : nullptr, int(rows[r].size())) && ok;
+        ok = ok && back[r] == rows[r];
+    }
+    return ok && reader->failure() == nullptr;
+}
 
 // Rows shaped like stored regrets and strategy sums: runs of zeros and of
 // similar values, a few large ones.

@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "coder_streams.h"
-#include "storage/codes/row_transform.h"
 
 namespace {
 
@@ -14,42 +13,13 @@ uint32_t le32(const std::vector<uint8_t>& bytes, size_t at) {
     return bytes[at] | bytes[at + 1] << 8 | bytes[at + 2] << 16 | static_cast<uint32_t>(bytes[at + 3]) << 24;
 }
 
-const uint32_t* previous_of(const std::vector<std::vector<uint32_t>>& rows, size_t r) {
-    return r > 0 && rows[r].size() <= rows[r - 1].size() ? rows[r - 1].data() : nullptr;
-}
-
-// Writes rows as the row stream does: transform, then the coder.
-void write_rows(MemoryStreams& streams, const std::vector<std::vector<uint32_t>>& rows) {
-    auto writer = open_writer(entropy_coder_id, streams.writing(), nullptr);
-    ASSERT_NE(writer, nullptr);
-    std::vector<uint32_t> a(max_row_values), b(max_row_values);
-    for (size_t r = 0; r < rows.size(); ++r) {
-        const TransformedRow t = transform_row32(rows[r].data(), previous_of(rows, r), int(rows[r].size()), a.data(), b.data());
-        writer->write(t.values, int(rows[r].size()), t.flag);
-    }
-}
-
-// Whether every row reads back; a row must never be written past its end.
-bool rows_read_back(MemoryStreams& streams, const std::vector<std::vector<uint32_t>>& rows) {
-    auto reader = open_reader(streams.reading());
-    if (!reader) return false;
-    bool ok = true;
-    std::vector<std::vector<uint32_t>> back;
-    for (size_t r = 0; r < rows.size(); ++r) {
-        back.emplace_back(rows[r].size() + 1, 0xabcdef);
-        const uint32_t* previous = previous_of(rows, r) ? back[r - 1].data() : nullptr;
-        ok = reader->read32(back[r].data(), previous, int(rows[r].size())) && ok;
-        EXPECT_EQ(back[r].back(), 0xabcdefu) << "wrote past row " << r;
-        back[r].pop_back();
-        ok = ok && back[r] == rows[r];
-    }
-    EXPECT_EQ(ok, reader->failure() == nullptr);
-    return ok;
+void write_rows(MemoryStreams& streams, const RowList& rows) {
+    write_rows(*open_writer(entropy_coder_id, streams.writing(), nullptr), rows);
 }
 
 TEST(EntropyCoder, RowsOfEveryKindRoundTripAcrossChunks) {
     std::mt19937 random(21);
-    std::vector<std::vector<uint32_t>> rows;
+    RowList rows;
     for (int count = 0; count <= 40; ++count) rows.push_back(sample_row(random, count, 300, 0.5));
     rows.push_back(std::vector<uint32_t>(1326, 0));
     rows.push_back(sample_row(random, 1326, 3, 0.95));
@@ -112,7 +82,7 @@ TEST(EntropyCoder, StreamLayout) {
 // any stream is noticed.
 TEST(EntropyCoder, EveryCutIsNoticed) {
     std::mt19937 random(77);
-    std::vector<std::vector<uint32_t>> rows = {sample_row(random, 700, 400, 0.4)};
+    RowList rows = {sample_row(random, 700, 400, 0.4)};
     for (int r = 0; r < 24; ++r)
         rows.push_back(r % 6 == 5 ? sample_row(random, 1 + int(random() % 700), 100000, 0.5)
                                   : nudged_row(random, rows.back(), 400));

@@ -53,18 +53,6 @@ TEST(Fse, SkewedBlocksOfEverySizeRoundTripAndShrink) {
     }
 }
 
-TEST(Fse, BlocksThatDoNotCodeAreStoredOrRuns) {
-    std::vector<uint8_t> run(65536, 0x2a);
-    std::vector<uint8_t> coded = coded_buffer(run.size());
-    EXPECT_EQ(fse_compress(run.data(), run.size(), coded.data()), 1u);
-    EXPECT_EQ(coded[0], 0x2a);
-
-    // Every byte value equally often: nothing to gain.
-    std::vector<uint8_t> flat(65536);
-    for (size_t i = 0; i < flat.size(); ++i) flat[i] = static_cast<uint8_t>(i * 167);
-    EXPECT_EQ(fse_compress(flat.data(), flat.size(), coded.data()), 0u);
-}
-
 TEST(Fse, RareSymbolsKeepACellAndDecode) {
     // One dominant byte and a tail of 200 bytes seen once each in 60000:
     // they fall below one cell and take the rare-symbol path.

@@ -146,8 +146,16 @@ void RangeCoder::write(const uint32_t* values, int count, int flag) {
     }
 }
 
-void count_symbols(const uint32_t* values, int count, uint64_t* counts) {
-    for (int i = 0; i < count; ++i) {
-        if (values[i]) ++counts[std::min<uint32_t>(values[i] - 1, 255)];
+std::unique_ptr<CodecWriter> open_legacy_writer(int id, StreamCallback callback, const RowList& rows, bool unweighted) {
+    if (id == run_coder_id) return std::make_unique<RunCoder>(callback);
+    // Symbol min(v - 1, 255) of every non-zero transformed value.
+    uint64_t counts[256] = {};
+    std::vector<uint32_t> a(max_row_values), b(max_row_values);
+    for (size_t r = 0; r < rows.size() && !unweighted; ++r) {
+        const int n = int(rows[r].size());
+        const TransformedRow t = transform_row32(rows[r].data(), previous_of(rows, r), n, a.data(), b.data());
+        for (int i = 0; i < n; ++i)
+            if (t.values[i]) ++counts[std::min<uint32_t>(t.values[i] - 1, 255)];
     }
+    return std::make_unique<RangeCoder>(callback, counts);
 }

@@ -3,8 +3,10 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <vector>
 
+#include "coder_streams.h"
 #include "storage/codes/codec.h"
 #include "storage/codes/range_coder.h"
 #include "storage/codes/run_coder.h"
@@ -53,6 +55,6 @@ private:
     std::vector<uint8_t> out_;
 };
 
-// Counts of the tree head from transformed rows: symbol min(v - 1, 255) of
-// every non-zero value.
-void count_symbols(const uint32_t* values, int count, uint64_t* counts);
+// A writer of either coder for `rows`; the range coder's head holds the
+// symbol counts of the transformed rows, or none when `unweighted`.
+std::unique_ptr<CodecWriter> open_legacy_writer(int id, StreamCallback callback, const RowList& rows, bool unweighted = false);

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 #include <sys/mman.h>
-#include <unistd.h>
 
 #include <cstdint>
 #include <cstring>
@@ -31,9 +30,6 @@ std::string page_protection(const void* address) {
     }
     return "unmapped";
 }
-
-// Fatal messages go to standard output; death tests look at standard error.
-void output_to_error() { dup2(STDERR_FILENO, STDOUT_FILENO); }
 
 }  // namespace
 
@@ -80,16 +76,6 @@ TEST(ReservedBlock, ShrinkingKeepsTheCommitAndMakesNoSystemCall) {
     // Above the highest commit, the whole prefix is committed again.
     grow(block, 65537, entropy_stream_granularity_mask);
     EXPECT_EQ(page_protection(block.base), "rw-");
-}
-
-TEST(ReservedBlockDeathTest, LoadingPastTheReserveIsFatal) {
-    EXPECT_EXIT(
-        {
-            output_to_error();
-            ReservedBlock block(16384);
-            commit_for_load(block, 20000, mask);
-        },
-        testing::ExitedWithCode(1), "^out of memory \\(not enough reserved\\)\n$");
 }
 
 TEST(MemoryBlocks, FlatBlocksAreZeroedPagesAndScalableBlocksAreAligned) {

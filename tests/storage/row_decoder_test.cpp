@@ -90,19 +90,8 @@ TEST(RowDecoder, BlockRowSections) {
     EXPECT_TRUE(file.at_end());
 }
 
-TEST(RowDecoder, DamagedSectionsFailTheLoad) {
-    const auto rows = section_rows();
-    MemoryChannel file(5);
-    write_entropy_section(file, rows);
-    // Spoil the first block header of the mask stream: after stream 0's size
-    // and bytes comes stream 1's size, then its header.
-    const size_t stream0 = file.bytes[0];
-    file.bytes[8 + stream0 + 8 + 4] ^= 0x21;
-    file.rewind();
-    auto decoder = open_row_section(file);
-    std::vector<uint16_t> back(1326);
-    EXPECT_THROW(decoder->get_row16(back.data(), nullptr, 1081), std::runtime_error);
-
+TEST(RowDecoder, SizesThatDisagreeWithTheSectionFailTheLoad) {
+    std::vector<uint16_t> back(64);
     // A stream size past the end of the file ends at the channel, without
     // first taking memory for the size it claims.
     MemoryChannel cut(5);

@@ -40,26 +40,6 @@ TEST(ValueForms, FloatRowsTruncateTowardZeroAndClampOnlyInTheVectorPath) {
     }
 }
 
-TEST(ValueForms, ThreeByteFormIsPlainLittleEndianAndKeepsTheByteAfter) {
-    const std::vector<uint32_t> four = {0x112233, 0x445566, 0x778899, 0xaabbcc, 0x010203};
-    const Bytes expected = {0x33, 0x22, 0x11, 0x66, 0x55, 0x44, 0x99, 0x88, 0x77, 0xcc, 0xbb, 0xaa, 0x03, 0x02, 0x01};
-    for (auto pack : {pack_three_byte_row, pack_three_byte_row_scalar}) {
-        Bytes block(15 + three_byte_slack, 0xee);
-        pack(four.data(), 5, block.data());
-        EXPECT_EQ(Bytes(block.begin(), block.begin() + 15), expected);
-        EXPECT_EQ(block[15], 0xee);
-    }
-    // A value of 2^24 or more keeps its low 24 bits and leaves its neighbour alone.
-    const std::vector<uint32_t> big = {0x1abcdef, 0xff000001};
-    for (auto pack : {pack_three_byte_row, pack_three_byte_row_scalar}) {
-        Bytes block(6 + three_byte_slack, 0xee);
-        pack(big.data(), 2, block.data());
-        EXPECT_EQ(load_three_byte(block.data(), 0), 0xabcdefu);
-        EXPECT_EQ(load_three_byte(block.data(), 1), 1u);
-        EXPECT_EQ(block[6], 0xee);
-    }
-}
-
 TEST(ValueForms, ThreeByteRowsAgreeWithTheReferenceAtEveryLengthAndOffset) {
     std::mt19937 random(21);
     for (int count = 0; count <= 40; ++count) {
