@@ -17,7 +17,7 @@ cxx="${CXX_FUZZ:-clang++-14}"
 
 codes="$root/src/storage/codes"
 protocol="$root/src/shell/protocol"
-sources=("$root/tests/fuzz/codec_fuzz.cpp" "$root/tests/storage/legacy_coder_writers.cpp"
+sources=("$root/tests/fuzz/codec_fuzz.cpp"
   "$codes"/{codec,entropy_coder,fse,fse_table,memory_blocks,range_coder,row_transform,run_coder,split_tree}.cpp
   "$codes/transformed_row_reader.cpp" "$protocol"/{cpu_info,processor,reply,settings,tokens,game_setup}.cpp)
 binary="$work/codec_fuzz"
