@@ -13,45 +13,26 @@
 
 namespace {
 
-// The rows of one group as a packed store passes them: for each action, the
-// rows of the river cards in order, the previous row given when this row is
-// not longer than it.
-struct Group {
-    std::vector<std::vector<uint32_t>> rows;
-};
-
-Group make_group(std::mt19937& random, int actions, uint32_t largest) {
-    Group group;
-    for (int a = 0; a < actions; ++a) {
-        for (int r = 0; r < 12; ++r) {
-            const int n = 1000 + static_cast<int>(random() % 80);
-            group.rows.push_back(r == 0 ? sample_row(random, n, largest, 0.5) : nudged_row(random, group.rows.back(), largest));
-            group.rows.back().resize(r == 0 ? n : group.rows.back().size() - random() % 3);
-        }
-    }
-    return group;
+// A group's rows of the walk's kind: each a small change of the one before.
+RowList make_group(std::mt19937& random, uint32_t largest) {
+    RowList rows = {sample_row(random, 1080, largest, 0.5)};
+    while (rows.size() < 36) rows.push_back(nudged_row(random, rows.back(), largest));
+    return rows;
 }
 
-const uint32_t* previous_row(const std::vector<std::vector<uint32_t>>& rows, size_t r) {
-    return r % 12 != 0 && rows[r].size() <= rows[r - 1].size() ? rows[r - 1].data() : nullptr;
-}
-
-void write_group(EntropyRowStream& stream, const Group& group) {
+void write_group(EntropyRowStream& stream, const RowList& rows) {
     stream.begin_write();
-    for (size_t r = 0; r < group.rows.size(); ++r) {
-        stream.put_row32(group.rows[r].data(), previous_row(group.rows, r), static_cast<int>(group.rows[r].size()));
-    }
+    for (size_t r = 0; r < rows.size(); ++r) stream.put_row32(rows[r].data(), previous_of(rows, r), int(rows[r].size()));
     stream.end_write();
 }
 
-void expect_group(EntropyRowStream& stream, const Group& group) {
-    ASSERT_TRUE(stream.has_data());
+void expect_group(EntropyRowStream& stream, const RowList& rows) {
     stream.begin_read();
-    std::vector<std::vector<uint32_t>> back;
-    for (size_t r = 0; r < group.rows.size(); ++r) {
-        back.emplace_back(group.rows[r].size());
-        stream.get_row32(back[r].data(), previous_row(back, r), static_cast<int>(back[r].size()));
-        ASSERT_EQ(back[r], group.rows[r]) << "row " << r;
+    RowList back;
+    for (size_t r = 0; r < rows.size(); ++r) {
+        back.emplace_back(rows[r].size());
+        stream.get_row32(back[r].data(), previous_of(back, r), int(back[r].size()));
+        ASSERT_EQ(back[r], rows[r]) << "row " << r;
     }
     stream.end_read();
 }
@@ -71,8 +52,8 @@ TEST(EntropyRowStream, SectionWhoseStreamsOverrunItIsRefused) {
 
 TEST(EntropyRowStream, DamageReadsAsZerosAndIsReportedOnce) {
     std::mt19937 random(53);
-    const Group group = make_group(random, 1, 300);
-    EntropyRowStream stream(entropy_stream_reserve_limit(13 * 1100));
+    const RowList group = make_group(random, 300);
+    EntropyRowStream stream(entropy_stream_reserve_limit(36 * 1100));
     write_group(stream, group);
     // Spoil the block header of the mask stream: stream 0 holds the id byte
     // and one block, stream 1 starts right after it.
@@ -82,7 +63,7 @@ TEST(EntropyRowStream, DamageReadsAsZerosAndIsReportedOnce) {
     storage_damage_listener = [](const char* reason) { told += std::string(reason) + "\n"; };
     stream.begin_read();
     std::vector<uint32_t> row(1100, 9);
-    for (int r = 0; r < 3; ++r) stream.get_row32(row.data(), nullptr, static_cast<int>(group.rows[r].size()));
+    for (int r = 0; r < 3; ++r) stream.get_row32(row.data(), nullptr, 1080);
     stream.end_read();
     storage_damage_listener = nullptr;
     EXPECT_EQ(told, "fse error\n");
@@ -94,8 +75,8 @@ TEST(EntropyRowStream, ThreadsKeepTheirOwnGrowthBuffers) {
         std::mt19937 random(seed);
         EntropyRowStream a(entropy_stream_reserve_limit(40 * 1100));
         EntropyRowStream b(entropy_stream_reserve_limit(40 * 1100));
-        const Group group_a = make_group(random, 3, 1000);
-        const Group group_b = make_group(random, 3, 70000);
+        const RowList group_a = make_group(random, 1000);
+        const RowList group_b = make_group(random, 70000);
         for (int pass = 0; pass < 5; ++pass) {
             write_group(a, group_a);
             GrowthBuffers* reused = nullptr;
@@ -118,13 +99,13 @@ TEST(EntropyRowStream, ThreadsKeepTheirOwnGrowthBuffers) {
 
 TEST(EntropyRowStreamDeathTest, RowsBeyondTheReserveAreFatal) {
     // Rows that do not shrink to two bytes a value outgrow their reserve.
+    std::mt19937 random(5);
+    std::vector<uint32_t> row(1326);
+    for (auto& v : row) v = random();
+    EntropyRowStream stream(4096);
+    stream.begin_write();
     EXPECT_EXIT(
         {
-            EntropyRowStream stream(4096);
-            std::mt19937 random(5);
-            std::vector<uint32_t> row(1326);
-            for (auto& v : row) v = random();
-            stream.begin_write();
             for (int r = 0; r < 4; ++r) stream.put_row32(row.data(), nullptr, 1326);
             stream.end_write();
         },

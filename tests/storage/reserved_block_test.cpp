@@ -33,33 +33,6 @@ std::string page_protection(const void* address) {
 
 }  // namespace
 
-TEST(ReservedBlock, GrowsInWholeStepsAndKeepsItsContents) {
-    ReservedBlock block(1 << 20);
-    grow(block, 100, mask);
-    ASSERT_NE(block.base, nullptr);
-    EXPECT_EQ(block.logical, 100);
-    EXPECT_EQ(block.committed, 16384);
-    std::memset(block.base, 7, 16384);
-    EXPECT_EQ(page_protection(block.base + 16384), "---") << "only the committed prefix is usable";
-
-    uint8_t* const base = block.base;
-    grow(block, 16385, mask);
-    EXPECT_EQ(block.committed, 32768);
-    EXPECT_EQ(block.high_commit, 32768);
-    EXPECT_EQ(block.base, base) << "the range is taken once";
-    EXPECT_EQ(block.base[16383], 7);
-    block.base[32767] = 1;
-
-    // Exactly at the reserve limit is allowed.
-    grow(block, 1 << 20, mask);
-    block.base[(1 << 20) - 1] = 2;
-    EXPECT_EQ(block.high_commit, 1 << 20);
-
-    release(block);
-    EXPECT_EQ(block.base, nullptr);
-    EXPECT_EQ(page_protection(base), "unmapped");
-}
-
 TEST(ReservedBlock, ShrinkingKeepsTheCommitAndMakesNoSystemCall) {
     ReservedBlock block(1 << 20);
     grow(block, 65536, entropy_stream_granularity_mask);
@@ -78,9 +51,10 @@ TEST(ReservedBlock, ShrinkingKeepsTheCommitAndMakesNoSystemCall) {
     EXPECT_EQ(page_protection(block.base), "rw-");
 }
 
-TEST(MemoryBlocks, FlatBlocksAreZeroedPagesAndScalableBlocksAreAligned) {
+TEST(MemoryBlocks, EveryKindOfBlockIsCountedWhileHeld) {
     const int64_t held_before = storage_bytes_in_use();
     EXPECT_EQ(allocate_flat_block(0), nullptr);
+    // Flat blocks are zeroed pages, given back to the system when freed.
     const size_t bytes = 3 * 4096 + 5;
     auto* flat = static_cast<uint8_t*>(allocate_flat_block(bytes));
     ASSERT_NE(flat, nullptr);

@@ -8,11 +8,7 @@
 
 #include "storage/codes/value_forms.h"
 
-namespace {
-
 using Bytes = std::vector<uint8_t>;
-
-}  // namespace
 
 TEST(ValueForms, FloatRowsTruncateTowardZeroAndClampOnlyInTheVectorPath) {
     const float nan = std::numeric_limits<float>::quiet_NaN();
