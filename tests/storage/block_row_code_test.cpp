@@ -138,32 +138,6 @@ TEST(BlockRowCode, ShortRowsHaveNoBlockAndOneModeBytePerGroup) {
     }
 }
 
-TEST(BlockRowCode, GroupCodeFollowsTheLargestValue) {
-    struct Case {
-        uint32_t largest;
-        int code16, code32;
-    };
-    constexpr int field16[4] = {0, 8, 12, 16}, field32[4] = {0, 8, 16, 32};
-    for (const Case& c : {Case{0, 0, 0}, Case{1, 1, 1}, Case{255, 1, 1}, Case{256, 2, 2}, Case{4095, 2, 2},
-                          Case{4096, 3, 2}, Case{65535, 3, 2}, Case{65536, -1, 3}, Case{0xffffffff, -1, 3}}) {
-        for (int group = 0; group < 4; ++group) {
-            std::vector<uint32_t> row32(32, 0);
-            row32[group * 8 + 5] = c.largest;
-            const std::vector<uint16_t> row16(row32.begin(), row32.end());
-            for (const BlockRowCodec* codec : codecs()) {
-                if (c.code16 >= 0) {
-                    const Bytes code = encode_with(*codec, row16);
-                    EXPECT_EQ(code[0], c.code16 << (2 * group)) << c.largest << " in group " << group;
-                    EXPECT_EQ(code.size(), 1u + field16[c.code16]) << c.largest;
-                }
-                const Bytes code = encode_with(*codec, row32);
-                EXPECT_EQ(code[0], c.code32 << (2 * group)) << c.largest << " in group " << group;
-                EXPECT_EQ(code.size(), 1u + field32[c.code32]) << c.largest;
-            }
-        }
-    }
-}
-
 TEST(BlockRowCode, TwelveBitFieldIsThreeLittleEndianWords) {
     // Values 1..8 in group 0: first = 1 | 2 << 12 | 3 << 24, second =
     // 3 >> 8 | 4 << 4 | 5 << 16 | 6 << 28, third = 6 >> 4 | 7 << 8 | 8 << 20;

@@ -152,19 +152,4 @@ TEST_F(FileChannelTest, AKillInTheMiddleLeavesTheOldFileOrTheNew) {
     }
 }
 
-TEST_F(FileChannelTest, RefusalsNameTheSystemsReason) {
-    auto refusal = [](auto&& action) -> std::string {
-        try {
-            action();
-        } catch (const std::runtime_error& error) {
-            return error.what();
-        }
-        return "no refusal";
-    };
-    EXPECT_NE(refusal([&] { FileWriteChannel out(folder.string()); }).find("can't open file (Is a directory)"),
-              std::string::npos);
-    EXPECT_NE(refusal([&] { FileReadChannel in(path("none")); }).find("(No such file or directory)"), std::string::npos);
-    EXPECT_TRUE(names().empty());
-}
-
 }  // namespace
