@@ -1,7 +1,7 @@
-// The stores' rules written out plainly, value by value, for the tests of
-// every store class to hold the stores' kernels to: regret updates in f32 and
-// in 16-bit units, tie pooling, strategy sums, regret matching and the
-// normalisation of sums. Nothing here uses the stores' own kernels.
+// The stores' rules written out plainly, value by value, for the tests of the
+// store classes: regret updates in f32 and in 16-bit units, tie pooling,
+// strategy sums, regret matching and the normalisation of sums. Nothing here
+// uses the stores' own kernels.
 #pragma once
 
 #include <algorithm>
@@ -83,8 +83,7 @@ inline Rows regret_matching(const Rows& values, const std::vector<float>& defaul
 
 // Regret matching on integer rows: with two actions the second is what the
 // first leaves.
-inline std::vector<float> integer_regret_matching(const std::vector<Row>& rows, int h,
-                                                  const std::vector<float>& defaults) {
+inline std::vector<float> integer_regret_matching(const std::vector<Row>& rows, int h, const std::vector<float>& defaults) {
     uint32_t sum = 0;
     for (const Row& row : rows) sum += row[h];
     std::vector<float> result(rows.size());
@@ -104,8 +103,6 @@ inline std::vector<float> normalised_sums(const std::vector<Row>& rows, int h, b
     }
     return result;
 }
-
-// ---- handling stores in tests ----------------------------------------------
 
 // Rows with the pointer array the stores take.
 struct Table {

@@ -154,7 +154,7 @@ TEST(BlockRowCode, TwelveBitFieldIsThreeLittleEndianWords) {
 
 TEST(BlockRowCode, ReadersTakeAnyOtherModeAsTheWidestValues) {
     // 16-bit modes other than 1 mean two bytes a value; 32-bit modes other
-    // than 0 and 1 four; 24-bit modes other than 0 and 1 three.
+    // than 0 and 1 four.
     for (const BlockRowCodec* codec : codecs()) {
         for (uint8_t mode : {0, 2, 200}) {
             const Bytes two = {mode, 0x34, 0x12, 0x78, 0x56};
@@ -169,8 +169,4 @@ TEST(BlockRowCode, ReadersTakeAnyOtherModeAsTheWidestValues) {
             EXPECT_EQ(v, 0x04030201u) << int(mode);
         }
     }
-    uint32_t v[2];
-    const Bytes three = {9, 1, 2, 3, 4, 5, 6};
-    EXPECT_EQ(decode_block_row24(three.data(), three.data() + three.size(), 2, v), 7);
-    EXPECT_EQ(v[1], 0x060504u);
 }

@@ -37,19 +37,6 @@ TEST(EntropyCoder, RowsOfEveryKindRoundTripAcrossChunks) {
 }
 
 TEST(EntropyCoder, StreamLayout) {
-    // 512 rows of 1024 zeros fill the mask stream with one chunk of zero
-    // bytes, which codes as a run; the 512 flags are a run too.
-    MemoryStreams zeros;
-    {
-        auto writer = open_writer(entropy_coder_id, zeros.writing(), nullptr);
-        std::vector<uint32_t> row(1024, 0);
-        for (int r = 0; r < 512; ++r) writer->write(row.data(), 1024, 0);
-    }
-    EXPECT_EQ(zeros.bytes[0][0], entropy_coder_id);
-    EXPECT_EQ(zeros.bytes[1], (std::vector<uint8_t>{0, 0, 1, 0, 1, 0, 0, 0, 0}));
-    EXPECT_EQ(le32(zeros.bytes[0], 1), 512u);
-    EXPECT_EQ(le32(zeros.bytes[0], 5), 1u);
-
     // Coded values 1, 17, 257 and 70001: x = 0 in context 0, 16 in context 0
     // (capped code 15 next), 256 escapes to two bytes from context 15, and
     // 70000 escapes to four.
@@ -97,22 +84,6 @@ TEST(EntropyCoder, EveryCutIsNoticed) {
             EXPECT_FALSE(rows_read_back(damaged, rows)) << "stream " << s << " cut to " << keep;
         }
     }
-}
-
-TEST(Codec, FactoriesKnowTheirIds) {
-    MemoryStreams streams;
-    EXPECT_EQ(open_writer(run_coder_id, streams.writing(), nullptr), nullptr);  // only read
-    EXPECT_EQ(open_reader(streams.reading()), nullptr);                         // no id byte
-    streams.bytes[0].push_back(3);
-    EXPECT_EQ(open_reader(streams.reading()), nullptr);
-    streams.bytes[0][0] = entropy_coder_id;
-    auto reader = open_reader(streams.reading());
-    ASSERT_NE(reader, nullptr);
-    // Asking for a row that was never written is damage, not a crash.
-    std::vector<uint32_t> row(10, 7);
-    EXPECT_FALSE(reader->read32(row.data(), nullptr, 10));
-    EXPECT_EQ(row, std::vector<uint32_t>(10, 0));
-    EXPECT_STREQ(reader->failure(), "fse error");
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 #include <random>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "coder_streams.h"
@@ -24,17 +23,6 @@ void write_group(EntropyRowStream& stream, const RowList& rows) {
     stream.begin_write();
     for (size_t r = 0; r < rows.size(); ++r) stream.put_row32(rows[r].data(), previous_of(rows, r), int(rows[r].size()));
     stream.end_write();
-}
-
-void expect_group(EntropyRowStream& stream, const RowList& rows) {
-    stream.begin_read();
-    RowList back;
-    for (size_t r = 0; r < rows.size(); ++r) {
-        back.emplace_back(rows[r].size());
-        stream.get_row32(back[r].data(), previous_of(back, r), int(back[r].size()));
-        ASSERT_EQ(back[r], rows[r]) << "row " << r;
-    }
-    stream.end_read();
 }
 
 TEST(EntropyRowStream, SectionWhoseStreamsOverrunItIsRefused) {
@@ -68,33 +56,6 @@ TEST(EntropyRowStream, DamageReadsAsZerosAndIsReportedOnce) {
     storage_damage_listener = nullptr;
     EXPECT_EQ(told, "fse error\n");
     EXPECT_EQ(row[0], 0u);
-}
-
-TEST(EntropyRowStream, ThreadsKeepTheirOwnGrowthBuffers) {
-    auto work = [](int seed, bool* ok) {
-        std::mt19937 random(seed);
-        EntropyRowStream a(entropy_stream_reserve_limit(40 * 1100));
-        EntropyRowStream b(entropy_stream_reserve_limit(40 * 1100));
-        const RowList group_a = make_group(random, 1000);
-        const RowList group_b = make_group(random, 70000);
-        for (int pass = 0; pass < 5; ++pass) {
-            write_group(a, group_a);
-            GrowthBuffers* reused = nullptr;
-            b.begin_write();
-            reused = b.buffers;  // the set that a gave back
-            b.end_write();
-            write_group(b, group_b);
-            if (pass > 0 && reused == nullptr) *ok = false;
-        }
-        expect_group(a, group_a);
-        expect_group(b, group_b);
-    };
-    bool ok[2] = {true, true};
-    std::thread first(work, 1, &ok[0]);
-    std::thread second(work, 2, &ok[1]);
-    first.join();
-    second.join();
-    EXPECT_TRUE(ok[0] && ok[1]);
 }
 
 TEST(EntropyRowStreamDeathTest, RowsBeyondTheReserveAreFatal) {

@@ -36,16 +36,6 @@ TEST(Fse, SkewedBlocksOfEverySizeRoundTrip) {
         for (double p : {0.9, 0.5, 0.1, 0.02}) round_trip(skewed_bytes(random, size, p));
 }
 
-TEST(Fse, RareSymbolsKeepACellAndDecode) {
-    // One dominant byte and a tail of 200 bytes seen once each in 60000:
-    // they fall below one cell and take the rare-symbol path.
-    std::vector<uint8_t> source(60000, 0);
-    std::mt19937 random(3);
-    for (size_t i = 0; i < source.size(); ++i) source[i] = random() % 4 == 0 ? 1 : 0;
-    for (int s = 0; s < 200; ++s) source[static_cast<size_t>(s) * 290] = static_cast<uint8_t>(50 + s);
-    EXPECT_GT(round_trip(source), 1u);
-}
-
 // A block must use every bit it has: one with a spare byte between its table
 // and its bits (the last bits the reader would come to) is damaged, even
 // though every symbol decodes before the reader gets there.

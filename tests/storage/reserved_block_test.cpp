@@ -33,24 +33,6 @@ std::string page_protection(const void* address) {
 
 }  // namespace
 
-TEST(ReservedBlock, ShrinkingKeepsTheCommitAndMakesNoSystemCall) {
-    ReservedBlock block(1 << 20);
-    grow(block, 65536, entropy_stream_granularity_mask);
-    // Take write access from the first page behind the block's back: a grow
-    // that went to the system would give it back.
-    ASSERT_EQ(mprotect(block.base, 4096, PROT_READ), 0);
-    grow(block, 5000, entropy_stream_granularity_mask);
-    EXPECT_EQ(block.committed, 8192);
-    EXPECT_EQ(block.logical, 5000);
-    EXPECT_EQ(block.high_commit, 65536);
-    EXPECT_EQ(page_protection(block.base), "r--");
-    grow(block, 65536, entropy_stream_granularity_mask);
-    EXPECT_EQ(page_protection(block.base), "r--");
-    // Above the highest commit, the whole prefix is committed again.
-    grow(block, 65537, entropy_stream_granularity_mask);
-    EXPECT_EQ(page_protection(block.base), "rw-");
-}
-
 TEST(MemoryBlocks, EveryKindOfBlockIsCountedWhileHeld) {
     const int64_t held_before = storage_bytes_in_use();
     EXPECT_EQ(allocate_flat_block(0), nullptr);

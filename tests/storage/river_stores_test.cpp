@@ -235,38 +235,4 @@ TEST_P(StoreChain, SaveAndLoadKeepEveryRowAndTheStreamsGoOn) {
 INSTANTIATE_TEST_SUITE_P(Kinds, StoreChain, testing::ValuesIn(store_kinds),
                          [](const auto& info) { return std::string(info.param.name); });
 
-// The rows go into the stream action by action, each coded against the same
-// action's row of the previous river card when that row is at least as long.
-// Stored streams travel in tree files, so the rule is read back here on its own.
-TEST(PackedStorage, EntropyRowsUseThePreviousRiverCardsRowByTheFixedRule) {
-    const RowLayout layout = layout_for(2);
-    PackedStorage store(&layout, 2, true);
-    std::mt19937 random(99);
-    RowStream* stream = store.open_group(nullptr, 0, store.value_count(0));
-    std::vector<std::vector<uint16_t>> expected;  // in stream order
-    for (int a = 0; a < 2; ++a) {
-        for (int r = 0; r < 5; ++r) {
-            const int hands = group_hands[0][r];
-            uint16_t* row = store.open_row16(0, r) + a * row_stride(hands);
-            for (int h = 0; h < hands; ++h) row[h] = uint16_t(random() % 300 + 100 * a);
-            expected.emplace_back(row, row + hands);
-        }
-    }
-    ASSERT_EQ(store.close_group(nullptr, 0, true), stream);
-    stream->end_write();
-
-    stream->begin_read();
-    std::vector<std::vector<uint16_t>> decoded;
-    for (int a = 0; a < 2; ++a) {
-        for (int r = 0; r < 5; ++r) {
-            const int hands = group_hands[0][r];
-            const bool previous = r > 0 && hands <= group_hands[0][r - 1];
-            decoded.emplace_back(hands);
-            stream->get_row16(decoded.back().data(), previous ? decoded[decoded.size() - 2].data() : nullptr, hands);
-        }
-    }
-    stream->end_read();
-    EXPECT_EQ(decoded, expected);
-}
-
 }  // namespace
