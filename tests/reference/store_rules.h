@@ -112,11 +112,10 @@ struct Table {
     explicit Table(Rows values) : rows(std::move(values)) {
         for (auto& row : rows) pointers.push_back(row.data());
     }
-    Table(int actions, int hands) : Table(Rows(actions, std::vector<float>(hands, -1.0f))) {}
 };
 
 inline Rows read(const Storage& storage, int actions, int group, int row, std::vector<float> defaults) {
-    Table table(actions, storage.row_length(group, row));
+    Table table(Rows(actions, std::vector<float>(storage.row_length(group, row), -1.0f)));
     storage.read_strategy(table.pointers.data(), group, row, defaults);
     return table.rows;
 }

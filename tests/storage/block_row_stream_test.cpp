@@ -63,7 +63,7 @@ TEST(BlockRowStream, InconsistentSectionsAreRefused) {
 }
 
 // A stream damaged in its file runs out of rows before the walk does: the
-// rest read as zeros, the shell hears of it once, and the next write heals it.
+// rest read as zeros and the shell hears of it once.
 TEST(BlockRowStream, ReadingPastTheRowsGivesZerosAndIsReportedOnce) {
     static std::string told;
     told.clear();
@@ -86,13 +86,4 @@ TEST(BlockRowStream, ReadingPastTheRowsGivesZerosAndIsReportedOnce) {
     stream.end_read();
     storage_damage_listener = nullptr;
     EXPECT_EQ(told, "row stream overrun\n");
-
-    std::fill(row.begin(), row.end(), 7);
-    stream.begin_write();
-    stream.put_row16(row.data(), nullptr, 40);
-    stream.end_write();
-    stream.begin_read();
-    std::vector<uint16_t> back(40);
-    stream.get_row16(back.data(), nullptr, 40);
-    EXPECT_EQ(back, row);
 }

@@ -52,14 +52,12 @@ TEST(FloatRowStorage, UpdatesReadsAndSumsFollowTheModel) {
     // The frozen hands have no regret at all and play the defaults.
     expect_near(read(storage, 2, -1, -1, {0.9f, 0.1f}), regret_matching(model, {0.9f, 0.1f}));
 
-    // Strategy sums: w * strategy * reach, nothing without reach or weight.
+    // Strategy sums: w * strategy * reach.
     FloatRowStorage sums(2, hands);
     ASSERT_TRUE(sums.open());
     const Table strategy(random_rows(random, 2, hands, 0.0f, 1.0f));
     const std::vector<float> reach = random_rows(random, 1, hands, 0.0f, 2.0f)[0];
     sums.add_strategy(-1, -1, strategy.pointers.data(), reach.data(), 3.5f);
-    sums.add_strategy(-1, -1, strategy.pointers.data(), nullptr, 3.5f);
-    sums.add_strategy(-1, -1, strategy.pointers.data(), reach.data(), 0.0f);
     sums.add_strategy(-1, -1, strategy.pointers.data(), reach.data(), 2.0f);
     for (int a = 0; a < 2; ++a)
         for (int h = 0; h < hands; ++h)
@@ -141,8 +139,8 @@ TEST(WordArenaStorage, RegretUpdateInUnitsOfTheScale) {
     EXPECT_EQ(std::vector<uint16_t>(values, values + 9), (std::vector<uint16_t>{64, 28, 36, 0, 7, 7, 8, 6, 716}));
 }
 
-// Version 7 codes 16-bit rows; version 3 keeps them raw.
-TEST(WordArenaStorage, FileSectionsOfBothVersions) {
+// Version 3 files keep 16-bit rows raw; later ones code them.
+TEST(WordArenaStorage, RawRowsOfOlderFilesAndDamagedCodedRows) {
     const RowLayout layout = small_layout(2);
     WordArenaStorage words(&layout);
     ASSERT_TRUE(words.open());
@@ -151,17 +149,14 @@ TEST(WordArenaStorage, FileSectionsOfBothVersions) {
     for (int h = 0; h < 12; ++h) values[h] = float(h * h * 37);
     words.write_row(1, 0, 1, values.data());
     words.write_row(0, 0, 0, values.data());
-    for (const int version : {7, 3}) {
-        MemoryChannel channel(version);
-        words.save(channel);
-        channel.rewind();
-        WordArenaStorage loaded(&layout);
-        loaded.load(channel);  // opens itself when nobody did
-        EXPECT_TRUE(channel.at_end()) << version;
-        EXPECT_EQ(loaded.lock_record(0, 1)->flags, lock_flag_node);
-        for (int i = 0; i < layout.padded_values; ++i)
-            EXPECT_EQ(loaded.row_values(0, 0)[i], words.row_values(0, 0)[i]) << version << " " << i;
-    }
+    MemoryChannel channel(3);
+    words.save(channel);
+    channel.rewind();
+    WordArenaStorage loaded(&layout);
+    loaded.load(channel);  // opens itself when nobody did
+    EXPECT_TRUE(channel.at_end());
+    EXPECT_EQ(loaded.lock_record(0, 1)->flags, lock_flag_node);
+    for (int i = 0; i < layout.padded_values; ++i) EXPECT_EQ(loaded.row_values(0, 0)[i], words.row_values(0, 0)[i]) << i;
     // A coded row that runs past its stated length makes the file invalid:
     // 4 bytes for a 5-hand row, a mode byte for two-byte values and 3 of the 10.
     MemoryChannel corrupt(7);

@@ -8,19 +8,14 @@
 namespace {
 
 TEST(StorageAssignment, AutomaticLevelByFractionsOfTheEstimate) {
-    const int64_t estimate = 1000000;
-    EXPECT_EQ(auto_compression_level(estimate, estimate + 1, 3), 0);
-    EXPECT_EQ(auto_compression_level(estimate, estimate, 3), 1);  // not below: compress
-    EXPECT_EQ(auto_compression_level(estimate, 580001, 2), 1);
-    EXPECT_EQ(auto_compression_level(estimate, 580000, 2), 2);  // exactly 0.58 is not above
-    // The same memory: level 3 on a two-suited flop, 2 on a rainbow one.
-    EXPECT_EQ(auto_compression_level(estimate, 350000, 2), 3);
-    EXPECT_EQ(auto_compression_level(estimate, 350000, 1), 3);
-    EXPECT_EQ(auto_compression_level(estimate, 350000, 3), 2);
-    EXPECT_EQ(auto_compression_level(estimate, 290000, 2), 4);
-    EXPECT_EQ(auto_compression_level(estimate, 250000, 3), 3);
-    EXPECT_EQ(auto_compression_level(estimate, 232000, 3), 4);
-    EXPECT_EQ(auto_compression_level(estimate, 0, 3), 4);
+    // Memory for an estimate of 1,000,000 bytes, suits of the flop, level. At
+    // a bound the lower level is kept: the memory must be above it. The same
+    // memory is level 3 on a two-suited flop and 2 on a rainbow one.
+    const int cases[][3] = {{1000001, 3, 0}, {1000000, 3, 1}, {580001, 2, 1}, {580000, 2, 2},
+                            {350000, 2, 3},  {350000, 1, 3},  {350000, 3, 2}, {290000, 2, 4},
+                            {250000, 3, 3},  {232000, 3, 4},  {0, 3, 4}};
+    for (const auto& [memory, suits, level] : cases)
+        EXPECT_EQ(auto_compression_level(1000000, memory, suits), level) << memory << " " << suits;
 }
 
 }  // namespace
