@@ -57,8 +57,9 @@ inline void write_rows(CodecWriter& writer, const RowList& rows) {
     }
 }
 
-// Whether every row reads back whole, and the reader saw no damage.
-inline bool rows_read_back(MemoryStreams& streams, const RowList& rows) {
+// Reads rows of the lengths of `rows` into `back`; whether the reader read
+// them all without noticing damage.
+inline bool read_rows(MemoryStreams& streams, const RowList& rows, RowList& back) {
     std::unique_ptr<CodecReader> reader;
     try {
         reader = open_reader(streams.reading());
@@ -67,13 +68,18 @@ inline bool rows_read_back(MemoryStreams& streams, const RowList& rows) {
     }
     if (!reader) return false;
     bool ok = true;
-    RowList back;
+    back.clear();
     for (size_t r = 0; r < rows.size(); ++r) {
         back.emplace_back(rows[r].size());
         ok = reader->read32(back[r].data(), previous_of(rows, r) ? back[r - 1].data() : nullptr, int(rows[r].size())) && ok;
-        ok = ok && back[r] == rows[r];
     }
     return ok && reader->failure() == nullptr;
+}
+
+// Whether the rows read back as they were written, and undamaged.
+inline bool rows_read_back(MemoryStreams& streams, const RowList& rows) {
+    RowList back;
+    return read_rows(streams, rows, back) && back == rows;
 }
 
 // Rows shaped like stored regrets and strategy sums: runs of zeros and of
