@@ -9,9 +9,6 @@
 // older coders, which the program only reads, read any bytes as values).
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
-#include <memory>
-#include <stdexcept>
 #include <vector>
 
 #include "storage/coder_streams.h"

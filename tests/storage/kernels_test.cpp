@@ -8,6 +8,7 @@
 #include <random>
 #include <vector>
 
+#include "reference/store_rules.h"
 #include "shell/protocol/processor.h"
 #include "storage/codes/row_kernels.h"
 #include "storage/codes/sum_kernels.h"
@@ -15,7 +16,7 @@
 
 namespace {
 
-using Rows = std::vector<std::vector<float>>;
+using namespace store_rules;
 const float nan = std::numeric_limits<float>::quiet_NaN();
 
 class Kernels : public testing::Test {
@@ -46,16 +47,11 @@ protected:
     // Reads `actions` rows of `hands` by both kernels: expected, then actual.
     template <class Read>
     void expect_reads_agree(int actions, int hands, float tolerance, Read read) {
-        Rows expected(actions, std::vector<float>(hands)), actual = expected;
-        std::vector<float*> expected_rows, actual_rows;
-        for (int a = 0; a < actions; ++a) {
-            expected_rows.push_back(expected[a].data());
-            actual_rows.push_back(actual[a].data());
-        }
-        read(expected_rows.data(), actual_rows.data());
+        Table expected(Rows(actions, std::vector<float>(hands))), actual(expected.rows);
+        read(expected.pointers.data(), actual.pointers.data());
         for (int a = 0; a < actions; ++a)
             for (int h = 0; h < hands; ++h)
-                ASSERT_NEAR(actual[a][h], expected[a][h], 2e-6f * std::fabs(expected[a][h]) + tolerance)
+                ASSERT_NEAR(actual.rows[a][h], expected.rows[a][h], 2e-6f * std::fabs(expected.rows[a][h]) + tolerance)
                     << "actions " << actions << " hands " << hands << " h " << h;
     }
 
