@@ -147,6 +147,7 @@ TEST_F(Kernels, StrategySumsAreIdentical) {
     for (int hands : {1, 7, 8, 9, 31, 64, 67}) {
         std::vector<float> reach(hands), strategy = values(hands, 0.0f, 1.0f);
         for (float& v : reach) v = unit(random) < 0.2f ? 0.0f : unit(random);
+        if (hands >= 8) reach[7] = 1.5f;  // the largest reach in the last lane of a vector
         if (hands > 2) {
             reach[1] = nan;  // never the largest
             strategy[2] = nan;
