@@ -1,33 +1,33 @@
-// Small built games for the report tests, and stores filled with known rows
-// so that reports can be checked without running the solver.
+// Small built games for the report tests, stores filled with known rows, and
+// strategies forced as a client forces them.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <functional>
+#include <random>
 #include <string>
 #include <vector>
 
 #include "analysis/strategy_read.h"
 #include "model/lines.h"
+#include "reference/boards.h"
 #include "shell/protocol/reply.h"
 #include "shell/protocol/settings.h"
+#include "solver/lock_commands.h"
 #include "solver/river_rows.h"
-#include "reference/boards.h"
 #include "tree/boards.h"
 #include "tree/build.h"
 #include "tree/engine.h"
 #include "tree/paths.h"
 
 // Checks and bets on every street, so every street has decisions of both
-// players with more than one action.
+// players with more than one action; and the same for later roots.
 inline const std::vector<std::vector<double>> three_street_lines = {
     {0, 0, 0, 0, 0, 0},      {0, 0, 0, 0, 0, 50, 50}, {0, 0, 50, 50, 50, 50},
     {0, 0, 50, 50, 100, 100}, {50, 50, 50, 50},       {50, 150, 150, 150, 150},
 };
-
-// The same for trees that start on the turn or the river.
 inline const std::vector<std::vector<double>> turn_lines = {{0, 0, 0, 0}, {0, 0, 50, 50}, {50, 50, 50, 50}};
 inline const std::vector<std::vector<double>> river_lines = {{0, 0}, {0, 50, 50}, {50, 50}};
 
@@ -40,7 +40,16 @@ struct Spot {
     std::vector<std::vector<double>> lines = three_street_lines;
 };
 
-// Builds the game and leaves its replies unprinted.
+// What a command handler replied.
+inline std::string replies_of(const std::function<void()>& handler) {
+    testing::internal::CaptureStdout();
+    handler();
+    flush_replies();
+    fflush(stdout);
+    return testing::internal::GetCapturedStdout();
+}
+
+// Builds the game with a pot of 100 and leaves its replies unprinted.
 inline void build_spot(const Spot& spot, const RangeVector& oop, const RangeVector& ip) {
     player_range[0] = oop;
     player_range[1] = ip;
@@ -53,25 +62,7 @@ inline void build_spot(const Spot& spot, const RangeVector& oop, const RangeVect
     compression_set = spot.compression;
     schematic_tree = make_schematic_tree();
     for (const auto& line : spot.lines) merge_line(*schematic_tree, line, LineMerge::Add);
-    testing::internal::CaptureStdout();
-    try {
-        build_game(true);
-    } catch (...) {
-        testing::internal::GetCapturedStdout();
-        throw;
-    }
-    flush_replies();
-    fflush(stdout);
-    testing::internal::GetCapturedStdout();
-}
-
-// What a command handler replied.
-inline std::string replies_of(const std::function<void()>& handler) {
-    testing::internal::CaptureStdout();
-    handler();
-    flush_replies();
-    fflush(stdout);
-    return testing::internal::GetCapturedStdout();
+    replies_of([] { build_game(true); });
 }
 
 // The numbers at the start of a text.
@@ -86,8 +77,8 @@ inline std::vector<double> numbers_of(const std::string& text) {
     return values;
 }
 
-// Writes a row per action into one of the node's stores at (group, row),
-// value(action, hand) for each hand of the row. Compressed river rows are
+// Writes a row per action, value(action, hand) for each hand, into the
+// node's regrets or strategy sums at (group, row). Compressed river rows are
 // opened for the write and written back.
 inline void write_node_rows(TreeNode& node, bool sums, int group, int row,
                             const std::function<float(int, int)>& value) {
@@ -119,4 +110,22 @@ inline void write_node_rows(TreeNode& node, bool sums, int group, int row,
 inline float spread_regret(int action, int hand) {
     if (hand % 7 == 3) return 0.0f;
     return static_cast<float>((hand * 37 + action * 101 + 11) % 1000);
+}
+
+// Random weights (0.1..1) per hand forced on every action of the node at
+// `path`, an action at a time as a client sends them; in hand order.
+using ForcedWeights = std::vector<std::vector<double>>;
+inline ForcedWeights force_random_strategy(const std::string& path, unsigned seed) {
+    std::mt19937 random(seed);
+    std::uniform_real_distribution<double> draw(0.1, 1.0);
+    ForcedWeights weights(parse_path(path).node->children.size(), std::vector<double>(combo_count));
+    for (size_t a = 0; a < weights.size(); ++a) {
+        Tokens tokens = {"set_strategy", path, std::to_string(a)};
+        for (double& w : weights[a]) {
+            w = draw(random);
+            tokens.push_back(std::to_string(w));
+        }
+        EXPECT_EQ(replies_of([&] { cmd_set_strategy(tokens); }), "set_strategy ok!\n");
+    }
+    return weights;
 }
