@@ -33,8 +33,8 @@ inline const std::vector<std::vector<double>> river_lines = {{0, 0}, {0, 50, 50}
 
 struct Spot {
     std::string flop = "Qs Jh 2h";
-    std::string turn;   // empty: dealt by the tree
-    std::string river;
+    std::string turn = "";  // empty: dealt by the tree
+    std::string river = "";
     bool isomorphic = false;
     int compression = 0;
     std::vector<std::vector<double>> lines = three_street_lines;

@@ -14,8 +14,7 @@ namespace {
 
 struct RootCase {
     const char* name;
-    const char* turn;
-    const char* river;
+    Spot spot;
     int iterations;
 };
 
@@ -29,16 +28,10 @@ protected:
 };
 
 TEST_P(RootValues, AverageToThePlayersResultWithNanOutsideTheRangeAndTheBoard) {
-    const RootCase& root = GetParam();
-    Spot spot;
-    spot.turn = root.turn;
-    spot.river = root.river;
-    spot.lines = *root.river ? river_lines : *root.turn ? turn_lines : three_street_lines;
-    spot.isomorphic = !*root.river;  // a river tree never has it
     const RangeVector range[2] = {class_range(31, 0.5), class_range(32, 0.5)};
-    build_spot(spot, range[0], range[1]);
+    build_spot(GetParam().spot, range[0], range[1]);
     open_all_storage(*engine);
-    for (int i = 0; i < root.iterations; ++i) run_iteration(*engine);
+    for (int i = 0; i < GetParam().iterations; ++i) run_iteration(*engine);
     for (int player = 0; player < 2; ++player) {
         SCOPED_TRACE(player);
         // "r" is the first node; the query computes the iteration's results.
@@ -62,10 +55,13 @@ TEST_P(RootValues, AverageToThePlayersResultWithNanOutsideTheRangeAndTheBoard) {
     }
 }
 
-// Past iteration 60 the walks play the average strategy.
-INSTANTIATE_TEST_SUITE_P(Roots, RootValues,
-                         testing::Values(RootCase{"river", "7c", "8d", 70}, RootCase{"turn", "7c", "", 70},
-                                         RootCase{"flop", "", "", 3}),
-                         [](const auto& info) { return std::string(info.param.name); });
+// Past iteration 60 the walks play the average strategy. A river tree never
+// has isomorphism.
+INSTANTIATE_TEST_SUITE_P(
+    Roots, RootValues,
+    testing::Values(RootCase{"river", Spot{.turn = "7c", .river = "8d", .lines = river_lines}, 70},
+                    RootCase{"turn", Spot{.turn = "7c", .isomorphic = true, .lines = turn_lines}, 70},
+                    RootCase{"flop", Spot{.isomorphic = true}, 3}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace

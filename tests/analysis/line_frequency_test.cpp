@@ -101,10 +101,7 @@ protected:
 // 7d and 8c are in suits the flop lacks: their rows are stored under other
 // cards. Compressed, the river opens the streams of the strategy sums too.
 TEST_P(LineFrequency, OnAFlopTreeBothCommandsEqualTheCount) {
-    Spot spot;
-    spot.isomorphic = true;
-    spot.compression = GetParam();
-    solve(spot, GetParam() == 0 ? 4 : report_average_from);
+    solve(Spot{.isomorphic = true, .compression = GetParam()}, GetParam() == 0 ? 4 : report_average_from);
     for (const char* path : {"r:0:c", "r:0:c:c:7d:b50", "r:0:c:c:Ah:b50:c", "r:0:c:c:7d:c:c:8c:c:b50",
                              "r:0:c:c:Ah:b50:c:3s:b50",
                              // a river line whose turn is named and whose river isn't
@@ -118,11 +115,7 @@ using TurnTree = LineFrequency;
 
 // From iteration 63 on the reports, and so the frequencies, read the average.
 TEST_F(TurnTree, ShowingTheAverageBothCommandsEqualTheCount) {
-    Spot spot;
-    spot.turn = "7c";
-    spot.lines = turn_lines;
-    spot.isomorphic = true;
-    solve(spot, 66);
+    solve(Spot{.turn = "7c", .isomorphic = true, .lines = turn_lines}, 66);
     for (const char* path : {"r:0:b50", "r:0:c:c:3d:b50", "r:0:c:c:Ad:c", "r:0:b50:c:Kc:b50"}) expect_counted(path);
 }
 

@@ -44,10 +44,8 @@ protected:
 };
 
 TEST_P(LockedRows, KeepTheirStrategyThroughASolve) {
-    Spot spot;
-    spot.compression = std::get<0>(GetParam());
-    spot.isomorphic = std::get<1>(GetParam());
-    build_spot(spot, class_range(41, 0.5), class_range(42, 0.5));
+    const auto [level, isomorphic] = GetParam();
+    build_spot(Spot{.isomorphic = isomorphic, .compression = level}, class_range(41, 0.5), class_range(42, 0.5));
     // Before the first iteration (the river's tied hands are pooled in the
     // first iterations at some levels): a flop row and a river row with every
     // other hand locked.
