@@ -40,10 +40,16 @@ struct Spot {
     std::vector<std::vector<double>> lines = three_street_lines;
 };
 
-// What a command handler replied.
+// What a command handler replied. A handler that throws ends the capture, so
+// that later tests can still capture theirs.
 inline std::string replies_of(const std::function<void()>& handler) {
     testing::internal::CaptureStdout();
-    handler();
+    try {
+        handler();
+    } catch (...) {
+        testing::internal::GetCapturedStdout();
+        throw;
+    }
     flush_replies();
     fflush(stdout);
     return testing::internal::GetCapturedStdout();
