@@ -4,10 +4,7 @@
 
 #include <initializer_list>
 #include <stdexcept>
-#include <string>
 #include <vector>
-
-#include "model/line_commands.h"
 
 namespace {
 
@@ -45,18 +42,6 @@ void expect_node(const SchematicNode& node, const Expected& expected) {
     EXPECT_EQ(node.amount, expected.amount);
     EXPECT_EQ(node.committed[0], expected.oop);
     EXPECT_EQ(node.committed[1], expected.ip);
-}
-
-// Every field of every node in pre-order, parent links checked on the way.
-std::string dump(const SchematicNode& node) {
-    std::string text = std::to_string(node.player) + "/" + std::to_string(node.street) + "/" +
-                       std::to_string(node.bets) + "/" + std::to_string(node.amount) + "/" +
-                       std::to_string(node.committed[0]) + "/" + std::to_string(node.committed[1]) + "{";
-    for (const auto& [key, child] : node.children) {
-        EXPECT_EQ(child->parent, &node);
-        text += std::to_string(key) + ":" + dump(*child) + ",";
-    }
-    return text + "}";
 }
 
 TEST(LinesTest, ChecksGetTheirCheckBehindAndStreetsAdvance) {
@@ -114,101 +99,6 @@ TEST(LinesTest, LaterStreetsRepeatTheTotal) {
     expect_node(at(*tree, {30, 30, 30}), {1, 1, 0, 30, 30, 30});
     expect_node(at(*tree, {30, 30, 30, 30}), {0, 1, 0, 30, 30, 30});
     EXPECT_EQ(largest_line_amount(*tree), 50);
-}
-
-TEST(LinesTest, MergingIsIdempotentAndKeepsWhatWasMergedBeforeARefusal) {
-    SchematicTree tree = make_schematic_tree();
-    add(*tree, {0, 40, 120, 120, 200});
-    add(*tree, {50});
-    const std::string once = dump(*tree);
-    add(*tree, {0, 40, 120, 120, 200});
-    add(*tree, {50});
-    EXPECT_EQ(dump(*tree), once);
-
-    EXPECT_THROW(add(*tree, {50, 20}), std::runtime_error);
-    EXPECT_EQ(dump(*tree), once);
-    EXPECT_THROW(add(*tree, {75, 100, 20}), std::runtime_error);
-    expect_node(at(*tree, {75, 100}), {0, 0, 2, 100, 75, 100});
-    EXPECT_EQ(keys_of(*tree), (std::vector<double>{0, 50, 75}));
-
-    // An empty line merges nothing.
-    add(*tree, {});
-    EXPECT_EQ(keys_of(*tree), (std::vector<double>{0, 50, 75}));
-}
-
-TEST(LinesTest, ForceLineKeepsOnlyItsOwnPath) {
-    SchematicTree tree = make_schematic_tree();
-    add(*tree, {25});
-    add(*tree, {50, 150});
-    add(*tree, {100});
-    add(*tree, {50}, LineMerge::Force);
-    EXPECT_EQ(keys_of(*tree), std::vector<double>{50});
-    EXPECT_EQ(keys_of(at(*tree, {50})), (std::vector<double>{fold_key, 50, 150}));
-
-    // Going on past the bet prunes its call and fold too.
-    add(*tree, {50, 150, 150}, LineMerge::Force);
-    EXPECT_EQ(keys_of(at(*tree, {50})), std::vector<double>{150});
-    EXPECT_EQ(keys_of(at(*tree, {50, 150})), std::vector<double>{150});
-    // Passing through existing nodes adds no answers back.
-    add(*tree, {50, 150});
-    EXPECT_EQ(keys_of(at(*tree, {50})), std::vector<double>{150});
-    EXPECT_EQ(keys_of(at(*tree, {50, 150})), std::vector<double>{150});
-
-    // A new node made by force still gets its answers.
-    add(*tree, {50, 400}, LineMerge::Force);
-    EXPECT_EQ(keys_of(at(*tree, {50})), std::vector<double>{400});
-    EXPECT_EQ(keys_of(at(*tree, {50, 400})), (std::vector<double>{fold_key, 400}));
-}
-
-TEST(LinesTest, RemoveLineReadsZeroAfterABetAsTheFold) {
-    SchematicTree tree = make_schematic_tree();
-    add(*tree, {0, 0});
-    add(*tree, {50, 100});
-    const std::vector<double> fold_of_bet{50, 0};
-    remove_line(*tree, fold_of_bet);
-    EXPECT_EQ(keys_of(at(*tree, {50})), (std::vector<double>{50, 100}));
-
-    const std::vector<double> call_of_bet{50, 50};
-    remove_line(*tree, call_of_bet);
-    EXPECT_EQ(keys_of(at(*tree, {50})), std::vector<double>{100});
-
-    const std::string before = dump(*tree);
-    for (const std::vector<double>& unknown : {std::vector<double>{75}, {50, 75, 100}, {}}) {
-        remove_line(*tree, unknown);
-        EXPECT_EQ(dump(*tree), before);
-    }
-
-    const std::vector<double> first_check{0};
-    remove_line(*tree, first_check);
-    EXPECT_EQ(keys_of(*tree), std::vector<double>{50});
-}
-
-// The handlers read the tokens in order and the first failure decides the
-// reply; an amount that isn't finite refuses the whole line.
-TEST(LineCommandsTest, BadNumbersStopTheLineWhereTheWalkMeetsThem) {
-    cmd_clear_lines({"clear_lines"});
-    EXPECT_THROW(cmd_add_line({"add_line", "50", "abc", "100"}), std::invalid_argument);
-    EXPECT_EQ(keys_of(at(*schematic_tree, {50})), (std::vector<double>{fold_key, 50}));
-
-    EXPECT_THROW(cmd_add_line({"add_line", "80", "inf"}), std::invalid_argument);
-    EXPECT_THROW(cmd_force_line({"force_line", "50", "nan"}), std::invalid_argument);
-    EXPECT_EQ(keys_of(*schematic_tree), std::vector<double>{50});
-    EXPECT_EQ(keys_of(at(*schematic_tree, {50})), (std::vector<double>{fold_key, 50}));
-
-    // The amount below the greatest one is met before the infinite one.
-    EXPECT_THROW(cmd_add_line({"add_line", "80", "20", "inf"}), std::runtime_error);
-    EXPECT_EQ(keys_of(*schematic_tree), (std::vector<double>{50, 80}));
-
-    // A path that has left the tree never reads its bad token.
-    EXPECT_NO_THROW(cmd_remove_line({"remove_line", "999", "abc"}));
-    EXPECT_THROW(cmd_remove_line({"remove_line", "50", "nan"}), std::invalid_argument);
-    EXPECT_THROW(cmd_remove_line({"remove_line", "80", "-inf"}), std::invalid_argument);
-    EXPECT_EQ(keys_of(at(*schematic_tree, {80})), (std::vector<double>{fold_key, 80}));
-
-    cmd_remove_line({"remove_line", "80"});
-    EXPECT_EQ(keys_of(*schematic_tree), std::vector<double>{50});
-    cmd_clear_lines({"free_schematic_tree"});
-    EXPECT_TRUE(schematic_tree->children.empty());
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
-// A deliberately plain poker-hand scorer that the table evaluator is checked
-// against: count ranks and suits, look for the flush and the straight by hand,
-// list the ranks by how often they occur, and for more than five cards try
-// every five-card subset. Slow and obvious on purpose.
+// A deliberately plain hand scorer that the table evaluator is checked against:
+// count ranks and suits, look for the flush and the straight by hand, list the
+// ranks by how often they occur, and for more than five cards try every
+// five-card subset. Slow and obvious on purpose.
 #pragma once
 
 #include <algorithm>
@@ -60,44 +60,10 @@ inline HandValue reference_small_hand_value(const Card* cards, int count) {
     return with_category(0, nibbles);
 }
 
-// Place of a five-card hand, cards ascending, among all 2,598,960: the sum of
-// C(card_i, i + 1), so the plain scores can sit in one array.
-inline int five_card_hand_place(const Card* five) {
-    static const auto binomial = [] {
-        std::vector<int> table(52 * 6, 0);
-        for (int n = 0; n < 52; ++n) {
-            table[n * 6] = 1;
-            for (int k = 1; k <= 5 && n > 0; ++k)
-                table[n * 6 + k] = table[(n - 1) * 6 + k - 1] + table[(n - 1) * 6 + k];
-        }
-        return table;
-    }();
-    int place = 0;
-    for (int i = 0; i < 5; ++i) place += binomial[five[i] * 6 + i + 1];
-    return place;
-}
-
-// The plain score of every five-card hand, computed once.
-inline const std::vector<HandValue>& reference_five_card_values() {
-    static const std::vector<HandValue> values = [] {
-        std::vector<HandValue> all(2598960);
-        Card five[5];
-        for (five[0] = 0; five[0] < 52; ++five[0])
-            for (five[1] = five[0] + 1; five[1] < 52; ++five[1])
-                for (five[2] = five[1] + 1; five[2] < 52; ++five[2])
-                    for (five[3] = five[2] + 1; five[3] < 52; ++five[3])
-                        for (five[4] = five[3] + 1; five[4] < 52; ++five[4])
-                            all[five_card_hand_place(five)] = reference_small_hand_value(five, 5);
-        return all;
-    }();
-    return values;
-}
-
 // Any number of cards from three to seven, given in ascending order: the best
 // of all five-card subsets.
 inline HandValue reference_hand_value(const Card* cards, int count) {
     if (count <= 5) return reference_small_hand_value(cards, count);
-    const std::vector<HandValue>& five_card_values = reference_five_card_values();
     HandValue best = 0;
     for (unsigned chosen = 0; chosen < 1u << count; ++chosen) {
         if (__builtin_popcount(chosen) != 5) continue;
@@ -105,7 +71,7 @@ inline HandValue reference_hand_value(const Card* cards, int count) {
         int taken = 0;
         for (int i = 0; i < count; ++i)
             if (chosen >> i & 1) five[taken++] = cards[i];
-        best = std::max(best, five_card_values[five_card_hand_place(five)]);
+        best = std::max(best, reference_small_hand_value(five, 5));
     }
     return best;
 }
