@@ -17,16 +17,6 @@ int total_multiplicity(const std::vector<RunoutBoard>& boards) {
 }
 
 TEST_F(BoardTree, TurnAndRiverBoardsByFlopShape) {
-    const auto plain = make_boards(parse_cards("2c7dKh"), -1, -1, false);
-    ASSERT_EQ(plain->turns.size(), 49u);
-    for (const RunoutBoard& turn : plain->turns) {
-        EXPECT_EQ(plain->turn_of_card[turn.card], &turn - plain->turns.data());
-        EXPECT_EQ(turn.image_tables.size(), 1u);
-        EXPECT_EQ(turn.rivers.size(), 48u);
-        EXPECT_EQ(total_multiplicity(turn.rivers), 48);
-    }
-    EXPECT_EQ(plain->turn_of_card[card_of("7d")], -1);
-
     struct Shape {
         const char* flop;  // canonical suits
         int singles, family_multiplicity;
@@ -44,28 +34,6 @@ TEST_F(BoardTree, TurnAndRiverBoardsByFlopShape) {
         }
         for (const RunoutBoard& turn : root->turns) EXPECT_EQ(total_multiplicity(turn.rivers), 48);
     }
-
-    const auto fixed = make_boards(parse_cards("2c7dKh"), card_of("9s"), card_of("Tc"), false);
-    ASSERT_EQ(fixed->turns.size(), 1u);
-    EXPECT_EQ(fixed->turn_of_card[card_of("9s")], 0);
-    ASSERT_EQ(fixed->turns[0].rivers.size(), 1u);
-    EXPECT_EQ(fixed->turns[0].rivers[0].mask, parse_cards("2c7dKh9sTc"));
-}
-
-TEST_F(BoardTree, RiverOrderPutsTheFlushSuitLast) {
-    auto order_key = [](Card card) { return card_rank(card) * 4 + card_suit(card); };
-    // Clubs could make a flush: the 10 unseen clubs come last, each class by rank.
-    const auto flush = make_boards(parse_cards("2c7cKc"), card_of("9d"), -1, false);
-    const auto& rivers = flush->turns[0].rivers;
-    for (size_t i = 0; i < rivers.size(); ++i) EXPECT_EQ(card_suit(rivers[i].card) == 0, i >= 38) << i;
-    for (size_t i = 1; i < rivers.size(); ++i) {
-        if (i == 38) continue;
-        EXPECT_LT(order_key(rivers[i - 1].card), order_key(rivers[i].card)) << i;
-    }
-    // No suit twice: rank, then suit.
-    const auto plain = make_boards(parse_cards("2c7dKh"), card_of("9s"), -1, false);
-    const auto& all = plain->turns[0].rivers;
-    for (size_t i = 1; i < all.size(); ++i) EXPECT_LT(order_key(all[i - 1].card), order_key(all[i].card));
 }
 
 TEST_F(BoardTree, LookupMapsRealCardsToStoredBoards) {
@@ -90,13 +58,6 @@ TEST_F(BoardTree, LookupMapsRealCardsToStoredBoards) {
     const BoardLocation direct = board_lookup(*plain, flop, card_of("As"), card_of("3c"), false);
     ASSERT_NE(direct.board, nullptr);
     EXPECT_EQ(direct.board->mask, flop | parse_cards("As3c"));
-}
-
-TEST_F(BoardTree, SmallGroupLanes) {
-    EXPECT_EQ(small_group_lanes(3), 0xFFFFFFull);
-    EXPECT_EQ(small_group_lanes(8), ~0ull);
-    EXPECT_EQ(small_group_lanes(9), 0xFFull);
-    EXPECT_EQ(small_group_lanes(16), ~0ull);
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <tuple>
 
 #include "reference/boards.h"
 #include "tree/boards.h"
@@ -78,53 +77,15 @@ void expect_river_list(const std::vector<CardMask>& turn_hands, const RunoutBoar
         ASSERT_EQ(river.hands[i], entries[i].hand) << cards_to_text(river.mask) << " at " << i;
         ASSERT_EQ(river.strengths[i], static_cast<int32_t>(entries[i].strength));
     }
-
-    size_t first = 0, small = 0, large = 0;
-    for (size_t group = 0; group < river.strength_groups.size(); ++group) {
-        const int length = river.strength_groups[group];
-        ASSERT_LE(first + length, entries.size());
+    size_t first = 0;
+    for (const int16_t length : river.strength_groups) {
         EXPECT_EQ(river.strengths[first], river.strengths[first + length - 1]);
         if (first > 0) {
             EXPECT_NE(river.strengths[first - 1], river.strengths[first]);
         }
-        if (length > small_group_limit) {
-            const LargeGroup& entry = river.large_groups.at(large++);
-            EXPECT_EQ(std::make_tuple(entry.group, entry.first, entry.count),
-                      std::make_tuple(int32_t(group), int32_t(first), int32_t(length)));
-        } else {
-            const SmallGroup& entry = river.small_groups.at(small++);
-            EXPECT_EQ(std::make_tuple(entry.group, entry.first, entry.count, entry.lanes),
-                      std::make_tuple(int32_t(group), int16_t(first), int16_t(length), small_group_lanes(length)));
-        }
         first += length;
     }
     EXPECT_EQ(first, entries.size());
-    EXPECT_EQ(small + large, river.small_groups.size() + river.large_groups.size());
-}
-
-TEST_F(HandLists, RootListAndReach) {
-    RangeVector oop{};
-    RangeVector ip{};
-    oop[slot_of_hand(parse_cards("AhAs"))] = 0.5;
-    oop[slot_of_hand(parse_cards("KhKs"))] = 1.0;
-    oop[slot_of_hand(parse_cards("2c3h"))] = 1.0;  // blocked by the flop
-    ip[slot_of_hand(parse_cards("AhKh"))] = 1.0;   // blocked by both OOP hands
-    ip[slot_of_hand(parse_cards("QcQd"))] = 0.25;
-    ip[slot_of_hand(parse_cards("AhAs"))] = 0.5;   // listed once
-    const auto root = build_boards("2c3d4h", -1, -1, false, oop, ip);
-    // ComboSlot order: QcQd, AhKh, KhKs, AhAs.
-    ASSERT_EQ(root->hands, (std::vector<CardMask>{parse_cards("QcQd"), parse_cards("AhKh"),
-                                                   parse_cards("KhKs"), parse_cards("AhAs")}));
-    std::vector<float> weights[2];
-    std::vector<float> reach[2];
-    set_root_weights(oop.data(), ip.data(), root->hands, weights, reach);
-    EXPECT_EQ(weights[OOP], (std::vector<float>{0.0f, 0.0f, 1.0f, 0.5f}));
-    EXPECT_EQ(weights[IP], (std::vector<float>{0.25f, 1.0f, 0.0f, 0.5f}));
-    // Deals: QcQd against KhKs and AhAs, AhAs against KhKs: 0.375 + 0.5 from either side.
-    for (size_t i = 0; i < 4; ++i) {
-        EXPECT_FLOAT_EQ(reach[OOP][i], weights[OOP][i] / 0.875f);
-        EXPECT_FLOAT_EQ(reach[IP][i], weights[IP][i] / 0.875f);
-    }
 }
 
 TEST_F(HandLists, ListsAreCompleteSortedAndGrouped) {
@@ -162,35 +123,6 @@ TEST_F(HandLists, TiesOrderByRanksThenSuitsOffTheBoard) {
     EXPECT_LT(place("2h3s"), place("3d2h"));
     EXPECT_LT(place("2h2s"), place("2c2h"));
     EXPECT_EQ(tie_key(river.mask, 0), -1);
-}
-
-TEST_F(HandLists, BoardThatEveryoneTiesIsOneGroup) {
-    const Card turn = card_of("Kc");
-    const Card river = card_of("Ac");
-    auto river_of = [&](const RangeVector& range) {
-        return build_boards("TcJcQc", turn, river, false, range, RangeVector{})->turns[0].rivers[0];
-    };
-    const RunoutBoard all = river_of(uniform_range(1.0));
-    EXPECT_EQ(all.strength_groups, std::vector<int16_t>{1081});
-    EXPECT_EQ(all.large_groups.size(), 1u);
-    // The first n hands that miss the board: 16 are a small group, 17 a large one.
-    auto first_hands = [](int n) {
-        RangeVector range{};
-        for (int slot = 0; n > 0; ++slot) {
-            if (slot_mask[slot] & parse_cards("TcJcQcKcAc")) continue;
-            range[slot] = 1.0;
-            --n;
-        }
-        return range;
-    };
-    const RunoutBoard sixteen = river_of(first_hands(16));
-    ASSERT_EQ(sixteen.small_groups.size(), 1u);
-    EXPECT_EQ(sixteen.small_groups[0].lanes, ~0ull);
-    EXPECT_TRUE(sixteen.large_groups.empty());
-    const RunoutBoard seventeen = river_of(first_hands(17));
-    EXPECT_TRUE(seventeen.small_groups.empty());
-    ASSERT_EQ(seventeen.large_groups.size(), 1u);
-    EXPECT_EQ(seventeen.large_groups[0].count, 17);
 }
 
 TEST_F(HandLists, MissingImageIsReportedAndMarked) {

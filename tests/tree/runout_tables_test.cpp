@@ -39,44 +39,31 @@ void expect_table_counts(const RunoutBoard& turn) {
 
 // Stored river cards stand for up to four real ones under suit isomorphism;
 // the table must count every real card all the same, in the plain form and
-// the AVX2 one.
+// the AVX2 one. Turns of a suit the flop lacks (stored once for two suits
+// under isomorphism), turns that pair the board, third hearts; and a turn
+// tree's one stored turn, whose river cards are all stored.
 TEST_F(RunoutTables, CountEveryRealRiverWithAndWithoutIsomorphism) {
     const RangeVector oop = class_range(11, 0.85);
     const RangeVector ip = class_range(12, 0.85);
     for (const bool isomorphic : {true, false}) {
-        for (const bool vector : {true, false}) {
+        for (const bool fixed_turn : {false, true}) {
             // The boards of an isomorphic tree are kept in canonical suits.
-            CardMask flop = parse_cards("Qs Jh 2h"), no_turn = 0, no_river = 0;
+            CardMask flop = parse_cards(fixed_turn ? "7c 7d 2s" : "Qs Jh 2h"), no_river = 0;
+            CardMask turn = fixed_turn ? parse_cards("Ks") : 0;
             SuitOrder order = identity_suit_order();
-            if (isomorphic) canonical_suits(order, flop, no_turn, no_river);
-            auto root = make_boards(flop, -1, -1, isomorphic);
+            if (isomorphic) canonical_suits(order, flop, turn, no_river);
+            auto root = make_boards(flop, fixed_turn ? __builtin_ctzll(turn) : -1, -1, isomorphic);
             SetHoles(*root, oop.data(), ip.data());
-            build_runout_tables(*root, vector);
-            // Turns of a suit the flop lacks (stored once for two suits under
-            // isomorphism), turns that pair the board, third hearts.
-            for (const char* card : {"5c", "5d", "Qc", "9h"}) {
-                const int turn = root->turn_of_card[order_card(card_of(card), order)];
-                if (turn < 0) continue;  // stored as its image
-                SCOPED_TRACE(std::string(card) + (isomorphic ? " isomorphic" : " plain") + (vector ? " avx2" : ""));
-                expect_table_counts(root->turns[turn]);
+            for (const bool vector : {true, false}) {
+                build_runout_tables(*root, vector);
+                for (const char* card : {"5c", "5d", "Qc", "9h", "Ks"}) {
+                    const int stored = fixed_turn ? 0 : root->turn_of_card[order_card(card_of(card), order)];
+                    if (stored < 0 || (fixed_turn && card != std::string("Ks"))) continue;  // stored as its image
+                    SCOPED_TRACE(std::string(card) + (isomorphic ? " isomorphic" : " plain") + (vector ? " avx2" : ""));
+                    expect_table_counts(root->turns[stored]);
+                }
             }
         }
-    }
-}
-
-// A turn tree's one stored turn, whose river cards are all stored.
-TEST_F(RunoutTables, CountTheRiversOfAFixedTurn) {
-    const RangeVector oop = class_range(13, 0.8);
-    const RangeVector ip = class_range(14, 0.8);
-    CardMask flop = parse_cards("7c 7d 2s"), turn = parse_cards("Ks"), no_river = 0;
-    SuitOrder order = identity_suit_order();
-    canonical_suits(order, flop, turn, no_river);
-    auto root = make_boards(flop, __builtin_ctzll(turn), -1, true);
-    SetHoles(*root, oop.data(), ip.data());
-    for (const bool vector : {true, false}) {
-        build_runout_tables(*root, vector);
-        ASSERT_EQ(root->turns.size(), 1u);
-        expect_table_counts(root->turns[0]);
     }
 }
 
