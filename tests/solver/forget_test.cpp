@@ -9,10 +9,8 @@
 #include "solver/forget.h"
 #include "solver/node_strategy.h"
 #include "solver/results.h"
-#include "solver/solver_driver.h"
 #include "solver/subgame_solve.h"
 #include "solver/walk.h"
-#include "shell/protocol/hand_vector.h"
 #include "solver_test_support.h"
 #include "tree/boards.h"
 #include "tree/street_storage.h"
@@ -39,22 +37,16 @@ std::vector<RiverSpot> river_spots(int cards) {
 }
 
 int hand_count(const RiverSpot& spot) {
-    return static_cast<int>(engine->root_board->turns[spot.turn].rivers[spot.river].hands.size());
+    const RunoutBoard& turn = engine->root_board->turns[spot.turn];
+    return static_cast<int>(spot.river >= 0 ? turn.rivers[spot.river].hands.size() : turn.hands.size());
 }
 
-std::vector<float> strategy_at(const RiverSpot& spot) {
+// The strategy a client is shown at the spot.
+std::vector<float> shown(const RiverSpot& spot) {
     const TreeNode& node = engine->nodes[spot.node];
-    const int count = hand_count(spot);
+    const int count = spot.turn >= 0 ? hand_count(spot) : static_cast<int>(engine->root_board->hands.size());
     std::vector<float> out(node.children.size() * size_t(count));
     read_reported_strategy(*engine, node, spot.turn, spot.river, count, out.data());
-    return out;
-}
-
-std::vector<float> flop_or_turn_strategy(int node_index) {
-    const TreeNode& node = engine->nodes[node_index];
-    const int count = static_cast<int>(engine->root_board->turns[turn_group()].hands.size());
-    std::vector<float> out(node.children.size() * size_t(count));
-    read_reported_strategy(*engine, node, turn_group(), -1, count, out.data());
     return out;
 }
 
@@ -115,17 +107,13 @@ std::vector<std::vector<double>> action_values(const RiverSpot& spot) {
 class ForgetTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        prepare_solver_tables();
+        prepare_tables();
         threads = 2;
         build_test_game(turn_game());
-        open_all_storage(*engine);
     }
     void TearDown() override {
         destroy_engine();
         std::fill(std::begin(recalc_accuracy), std::end(recalc_accuracy), 0.0);
-    }
-    void train(int iterations) {
-        for (int i = 0; i < iterations; ++i) run_iteration(*engine);
     }
 };
 
@@ -136,8 +124,9 @@ TEST_F(ForgetTest, RiverSubgamesFromFrozenReachMatchTheFullSolve) {
     const std::vector<RiverSpot> spots = river_spots(3);
     ASSERT_FALSE(spots.empty());
     std::vector<std::vector<float>> full;
-    for (const RiverSpot& spot : spots) full.push_back(strategy_at(spot));
-    const std::vector<float> root_before = flop_or_turn_strategy(0);
+    for (const RiverSpot& spot : spots) full.push_back(shown(spot));
+    const RiverSpot root{0, turn_group(), -1};
+    const std::vector<float> root_before = shown(root);
     // The reach the enumeration freezes is what the full solve played
     // against: its river strategy is already an equilibrium of each subgame.
     enumerate_subgames(*engine, river_street);
@@ -149,15 +138,9 @@ TEST_F(ForgetTest, RiverSubgamesFromFrozenReachMatchTheFullSolve) {
 
     forget_street(*engine, river_street);
     EXPECT_TRUE(engine->flags & incomplete_tree_flag);
-    EXPECT_EQ(engine->forgotten_from, river_street);
     EXPECT_EQ(engine->street_bytes[river_street], 0);
-    for (const TreeNode& node : engine->nodes) {
-        if (node.street == river_street) {
-            EXPECT_FALSE(node.regrets);
-        }
-    }
     // The kept street reads as before and the results stand.
-    EXPECT_EQ(flop_or_turn_strategy(0), root_before);
+    EXPECT_EQ(shown(root), root_before);
     const SolverProgressRecord after = calc_results_now();
     EXPECT_EQ(after.exploitable, before.exploitable);
     EXPECT_EQ(after.ev_oop, before.ev_oop);
@@ -175,7 +158,7 @@ TEST_F(ForgetTest, RiverSubgamesFromFrozenReachMatchTheFullSolve) {
         EXPECT_LE(solve_on_demand(*engine, spot.node, spot.turn, spot.river), 0.005);
         // A second query on the card solves nothing.
         EXPECT_EQ(solve_on_demand(*engine, spot.node, spot.turn, spot.river), 0.0);
-        const std::vector<float> again = strategy_at(spot);
+        const std::vector<float> again = shown(spot);
         const std::vector<float> reach = acting_reach(spot);
         const float largest = *std::max_element(reach.begin(), reach.end());
         const int count = hand_count(spot);
@@ -200,95 +183,31 @@ TEST_F(ForgetTest, RiverSubgamesFromFrozenReachMatchTheFullSolve) {
     EXPECT_TRUE(engine->flags & incomplete_tree_flag);
 }
 
-TEST_F(ForgetTest, RebuiltTurnTreesSolveTheirRiversAgain) {
-    train(100);
-    const SolverProgressRecord before = calc_results_now();
-    const int32_t iterations = engine->iterations;
-    forget_street(*engine, river_street);
-    // Forgetting twice changes nothing.
-    forget_street(*engine, river_street);
-    EXPECT_EQ(engine->forgotten_from, river_street);
-    int valid = 0;
-    for (const TreeNode& node : engine->nodes) {
-        if (!node.cache || node.street != river_street) continue;
-        const SubgameCache& entry = node.cache[turn_group()];
-        EXPECT_TRUE(entry.frozen);
-        for (int p = 0; p < 2; ++p) {
-            if (!entry.reach_valid[p]) {
-                EXPECT_FALSE(entry.reach_sum[p].data);
-                continue;
-            }
-            ++valid;
-            double sum = 0;
-            for (int h = 0; h < entry.reach_sum[p].count; ++h) sum += entry.reach_sum[p].data[h];
-            EXPECT_NEAR(sum, 200.0, 1e-3);
-        }
-    }
-    EXPECT_GT(valid, 2);
-    // A partial solve that nobody asked about is no solve: nothing forgotten at the root.
-    EXPECT_EQ(partial_solve_at(*engine, 0, turn_group(), -1), 0.0);
-
-    rebuild_streets(*engine);
-    EXPECT_FALSE(engine->flags & incomplete_tree_flag);
-    EXPECT_GT(engine->street_bytes[river_street], 0);
-    for (const TreeNode& node : engine->nodes) {
-        if (node.kind == decision_node && node.street == river_street) {
-            EXPECT_TRUE(node.regrets && node.opened);
-        }
-    }
-    SolveSubgames(*engine, river_street);
-    EXPECT_EQ(engine->forgotten_from, -1);
-    EXPECT_EQ(engine->iterations, iterations);
-    const SolverProgressRecord resolved = calc_results_now();
-    EXPECT_LT(resolved.exploitable, before.exploitable * 1.1 + 0.05);
-}
-
+// Turns forgotten on a flop tree: the flop stays, and a turn subgame solves
+// from the reach kept in the root's list.
 TEST(ForgetTurns, FlopStaysAndTurnSubgamesSolveFromTheRootList) {
-    prepare_solver_tables();
+    prepare_tables();
     threads = 2;
     build_test_game(flop_game());
-    open_all_storage(*engine);
-    for (int i = 0; i < 20; ++i) run_iteration(*engine);
-    const SolverProgressRecord before = calc_results_now();
-    const int root_count = static_cast<int>(engine->root_board->hands.size());
-    const auto root_strategy = [&] {
-        std::vector<float> out(engine->nodes[0].children.size() * size_t(root_count));
-        read_reported_strategy(*engine, engine->nodes[0], -1, -1, root_count, out.data());
-        return out;
-    };
-    const std::vector<float> flop_before = root_strategy();
-
+    train(20);
+    const double exploitable = calc_results_now().exploitable;
+    const RiverSpot root{0, -1, -1};
+    const std::vector<float> flop_before = shown(root);
     forget_street(*engine, turn_street);
-    EXPECT_EQ(engine->forgotten_from, turn_street);
     int first_turn = -1;
-    for (size_t i = 0; i < engine->nodes.size(); ++i) {
+    for (size_t i = 0; i < engine->nodes.size() && first_turn < 0; ++i) {
         const TreeNode& node = engine->nodes[i];
-        if (node.street >= turn_street) {
-            EXPECT_FALSE(node.regrets);
-        }
-        if (first_turn < 0 && node.cache && node.street == turn_street && node.cache[0].reach_valid[0])
-            first_turn = static_cast<int>(i);
+        if (node.cache && node.street == turn_street && node.cache[0].reach_valid[0]) first_turn = int(i);
     }
     ASSERT_GE(first_turn, 0);
-    // A turn entry holds the reach in the root's list.
-    EXPECT_EQ(engine->nodes[first_turn].cache[0].reach_sum[0].count, root_count);
-    EXPECT_EQ(root_strategy(), flop_before);
-    EXPECT_EQ(calc_results_now().exploitable, before.exploitable);
-
+    EXPECT_EQ(engine->nodes[first_turn].cache[0].reach_sum[0].count, int(engine->root_board->hands.size()));
+    EXPECT_EQ(calc_results_now().exploitable, exploitable);
     recalc_accuracy[turn_street - 1] = 5.0;
-    const double exploitability = solve_on_demand(*engine, first_turn, 0, -1);
-    EXPECT_TRUE(exploitability <= 5.0) << exploitability;
-    EXPECT_EQ(solve_on_demand(*engine, first_turn, 0, -1), 0.0);
-    // The subgame's root got its rows back with the solve.
+    EXPECT_LE(solve_on_demand(*engine, first_turn, 0, -1), 5.0);
+    EXPECT_EQ(solve_on_demand(*engine, first_turn, 0, -1), 0.0);  // solved once
     EXPECT_TRUE(engine->nodes[first_turn].regrets);
-    EXPECT_EQ(root_strategy(), flop_before);
-
+    EXPECT_EQ(shown(root), flop_before);
     rebuild_streets(*engine);
-    for (const TreeNode& node : engine->nodes) {
-        if (node.kind == decision_node && !node.children.empty()) {
-            EXPECT_TRUE(node.regrets && node.opened);
-        }
-    }
     SolveSubgames(*engine, turn_street);
     EXPECT_EQ(engine->forgotten_from, -1);
     EXPECT_EQ(engine->iterations, 20);

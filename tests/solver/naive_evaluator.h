@@ -1,18 +1,11 @@
 // A plain recursive evaluation of a game's strategies, to check the solver's
 // results against: combos by memory slot, card removal by masks, showdowns by
 // the hand evaluator, every pair of hands compared one by one. Nothing here
-// goes through hand lists, kernels, chance tasks or the walk.
-//
-// Under suit isomorphism the evaluation deals every real card all the same,
-// and plays on a card that a stored board stands for the stored board's rows
-// with the two suits swapped. It takes the game's flop to be in canonical
-// suits already (the lowest suits on the board), as its cards are used as
-// they are.
-//
-// A test may also force a strategy at a node, as a client does with
-// set_strategy and a lock: the evaluation then plays the test's own weights
-// there, for all hands or for some, and a best response may not deviate from
-// them.
+// goes through hand lists, kernels, chance tasks or the walk. It deals every
+// real card, and plays on a card that a stored board stands for the stored
+// board's rows with the two suits swapped (the flop must be in canonical suits).
+// A test may force a strategy at a node, as set_strategy and a lock do: the
+// evaluation plays its weights there, and a best response may not deviate.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -24,6 +17,7 @@
 #include "model/cards.h"
 #include "model/hand_strength.h"
 #include "shell/protocol/game_setup.h"
+#include "solver/results.h"
 #include "solver/solver_driver.h"
 #include "tree/boards.h"
 #include "tree/engine.h"
@@ -31,11 +25,9 @@
 
 using Row = std::vector<double>;  // one value per ComboSlot
 
-// A strategy a test forced at one node on one board: per action a weight for
-// each ComboSlot (normalised here; a hand without weight plays uniformly), and
-// by slot the hands that play it and may not deviate from it. The cards are
-// those the evaluation deals: -1 where the node's street has none or the
-// board fixes it.
+// Per action a weight for each ComboSlot (a hand without weight plays
+// uniformly), and by slot the hands held to it. The cards are those the
+// evaluation deals: -1 where none is dealt or the board fixes it.
 struct ForcedStrategy {
     const TreeNode* node = nullptr;
     Card turn = -1;
@@ -254,11 +246,11 @@ private:
     int player_ = 0;
 };
 
-// Both players' EV and MES in `results` against the naive evaluation, within
-// a hundredth of a chip, and the two EVs adding up to nothing within
-// `zero_sum`: what one player wins the other loses, whatever the strategies.
-// Returns the naive exploitability.
-inline double expect_matches_naive(const SolverProgressRecord& results, NaiveEvaluator& naive, double zero_sum) {
+// The solver's results now against the naive evaluation, within a hundredth
+// of a chip, and the two EVs adding up to nothing within `zero_sum`: what one
+// player wins the other loses, whatever the strategies.
+inline void expect_matches_naive(NaiveEvaluator& naive, double zero_sum) {
+    const SolverProgressRecord results = calc_results_now();
     const auto [ev_oop, mes_oop] = naive.evaluate(0);
     const auto [ev_ip, mes_ip] = naive.evaluate(1);
     EXPECT_NEAR(results.ev_oop, ev_oop, 0.01);
@@ -266,5 +258,5 @@ inline double expect_matches_naive(const SolverProgressRecord& results, NaiveEva
     EXPECT_NEAR(results.ev_ip, ev_ip, 0.01);
     EXPECT_NEAR(results.mes_ip, mes_ip, 0.01);
     EXPECT_NEAR(results.ev_oop + results.ev_ip, 0.0, zero_sum);
-    return 0.5 * (mes_oop + mes_ip - ev_oop - ev_ip);
+    EXPECT_NEAR(results.exploitable, 0.5 * (mes_oop + mes_ip - ev_oop - ev_ip), 0.01);
 }

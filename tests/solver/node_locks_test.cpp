@@ -12,10 +12,7 @@
 #include "shell/protocol/processor.h"
 #include "shell/protocol/reply.h"
 #include "solver/lock_commands.h"
-#include "solver/results.h"
-#include "solver/solver_driver.h"
 #include "solver/tree_file_commands.h"
-#include "solver/walk.h"
 #include "solver_test_support.h"
 #include "tree/paths.h"
 
@@ -36,145 +33,113 @@ Tokens with_values(Tokens prefix, const std::vector<double>& by_index) {
     return prefix;
 }
 
+// Forces random weights (each in 0.1..1, so no hand is left on the default)
+// on every action of the node at `path`, and records them for the plain
+// evaluation, which deals `river` to reach the node (-1: none). Locks the
+// node, or every other hand by hand order.
+ForcedStrategy force_and_lock(const std::string& path, Card river, bool half, unsigned seed) {
+    const TreeNode& node = engine->nodes[parse_path(path).node->node_index];
+    ForcedStrategy forced{&node, -1, river, {}, std::vector<bool>(combo_count, true)};
+    std::mt19937 random(seed);
+    std::uniform_real_distribution<double> draw(0.1, 1.0);
+    for (size_t child = 0; child < node.children.size(); ++child) {
+        std::vector<double> by_index(combo_count);
+        for (double& weight : by_index) weight = draw(random);
+        run(cmd_set_strategy, with_values({"set_strategy", path, std::to_string(child)}, by_index));
+        Row by_slot(combo_count);
+        for (int slot = 0; slot < combo_count; ++slot) by_slot[slot] = by_index[combo_index[slot]];
+        forced.weights.push_back(by_slot);
+    }
+    if (!half) {
+        run(cmd_lock_node, {"lock_node", path});
+        return forced;
+    }
+    std::vector<double> flags(combo_count);
+    for (int i = 0; i < combo_count; ++i) flags[i] = i % 2;
+    run(cmd_combo_lock_node, with_values({"combo_lock_node", path}, flags));
+    for (int slot = 0; slot < combo_count; ++slot) forced.locked[slot] = combo_index[slot] % 2 == 1;
+    return forced;
+}
+
 class NodeLocksTest : public testing::Test {
 protected:
-    static void SetUpTestSuite() { prepare_solver_tables(); }
+    static void SetUpTestSuite() { prepare_tables(); }
     void SetUp() override {
         threads = 2;
         simd_level = 8;
     }
     void TearDown() override { destroy_engine(); }
-
-    void train(int iterations) {
-        open_all_storage(*engine);
-        for (int i = 0; i < iterations; ++i) run_iteration(*engine);
-    }
-
-    // Forces random weights (each in 0.1..1, so no hand is left on the
-    // default) on every action of the node at `path`, and records them for
-    // the plain evaluation. `naive_turn`/`naive_river` are the cards that
-    // evaluation deals to reach the node (-1 where none is dealt).
-    ForcedStrategy force(const std::string& path, Card naive_turn, Card naive_river, unsigned seed) {
-        const NodeRef ref = parse_path(path);
-        const TreeNode& node = engine->nodes[ref.node->node_index];
-        ForcedStrategy forced{&node, naive_turn, naive_river, {}, std::vector<bool>(combo_count, true)};
-        std::mt19937 random(seed);
-        std::uniform_real_distribution<double> draw(0.1, 1.0);
-        for (size_t child = 0; child < node.children.size(); ++child) {
-            std::vector<double> by_index(combo_count);
-            for (double& weight : by_index) weight = draw(random);
-            run(cmd_set_strategy, with_values({"set_strategy", path, std::to_string(child)}, by_index));
-            Row by_slot(combo_count);
-            for (int slot = 0; slot < combo_count; ++slot) by_slot[slot] = by_index[combo_index[slot]];
-            forced.weights.push_back(by_slot);
-        }
-        return forced;
-    }
-
-    // Locks every other hand (by hand order) instead of the whole row.
-    static void lock_half(const std::string& path, ForcedStrategy& forced) {
-        std::vector<double> flags(combo_count);
-        for (int i = 0; i < combo_count; ++i) flags[i] = i % 2;
-        run(cmd_combo_lock_node, with_values({"combo_lock_node", path}, flags));
-        for (int slot = 0; slot < combo_count; ++slot) forced.locked[slot] = combo_index[slot] % 2 == 1;
-    }
-
-    static void expect_results_match(const std::vector<ForcedStrategy>& forced, const char* stage) {
-        const SolverProgressRecord results = calc_results_now();
-        NaiveEvaluator naive(*engine, forced);
-        SCOPED_TRACE(stage);
-        expect_matches_naive(results, naive, 1e-4);
-    }
-
-    // The same, and the check has teeth: the free best response of the
-    // locked player is worth more than the one held to the lock.
-    static void expect_lock_binds(const std::vector<ForcedStrategy>& forced, int locked_player) {
-        NaiveEvaluator held(*engine, forced);
-        // With nothing locked the evaluation plays the stored rows, which are
-        // the forced weights; only the best response changes.
-        NaiveEvaluator unheld(*engine);
-        EXPECT_GT(unheld.evaluate(locked_player).second, held.evaluate(locked_player).second + 0.01);
-    }
 };
 
-TEST_F(NodeLocksTest, RiverGameAgainstAForcedStrategy) {
-    build_test_game(river_game());
-    train(10);
-    // IP after OOP's check: every hand plays the client's weights.
-    std::vector<ForcedStrategy> forced = {force("r:0:c", -1, -1, 7)};
-    run(cmd_lock_node, {"lock_node", "r:0:c"});
-    expect_results_match(forced, "locked before training on");
-    train(72);
-    expect_results_match(forced, "average strategy at iteration 82");
-    expect_lock_binds(forced, 1);
-}
-
-TEST_F(NodeLocksTest, RiverGameWithHalfTheHandsLocked) {
-    build_test_game(river_game());
-    train(70);
-    // Sums have begun: the forced actions' sums are zeroed, so the locked
-    // hands' average falls back on the forced weights.
-    std::vector<ForcedStrategy> forced = {force("r:0", -1, -1, 8)};
-    lock_half("r:0", forced[0]);
-    train(12);
-    expect_results_match(forced, "OOP's root, odd hands locked");
-}
-
-TEST_F(NodeLocksTest, TurnGameLockedOnAStreamedRiverRow) {
-    build_test_game(turn_game());
-    train(8);
-    // OOP's first river decision under 7c: a row of the river streams.
-    std::vector<ForcedStrategy> forced = {force("r:0:c:c:7c", -1, __builtin_ctzll(parse_cards("7c")), 9)};
-    run(cmd_lock_node, {"lock_node", "r:0:c:c:7c"});
-    train(62);
-    expect_results_match(forced, "river row locked, average at iteration 70");
-}
-
-TEST_F(NodeLocksTest, TurnGameWithHalfATurnNodeLocked) {
-    build_test_game(turn_game());
-    train(65);
-    std::vector<ForcedStrategy> forced = {force("r:0:b50", -1, -1, 10)};
-    lock_half("r:0:b50", forced[0]);
-    train(10);
-    expect_results_match(forced, "IP facing a bet, odd hands locked");
-}
-
-TEST_F(NodeLocksTest, FlopGameWithHalfTheRootLockedUnderIsomorphism) {
-    TestGame game = flop_game();
+// Each case is checked right after the lock, after training on, and read back
+// from a tree file, which keeps the rows and the locks.
+TEST_F(NodeLocksTest, LockedGamesMatchThePlainEvaluation) {
+    TestGame iso_flop = flop_game();
     // Canonical suits as given: hearts and spades are missing, and each
     // stored turn in hearts stands for the spade of its rank too.
-    game.flop = "Kc 7c 2d";
-    game.share = 0.08;
-    build_test_game(game);
-    ASSERT_EQ(engine->root_board->mask, engine->dead);
-    ASSERT_EQ(engine->root_board->turns.back().multiplicity, 2);
-    train(3);
-    // Every other hand by hand order: a hand and its image in the other
-    // missing suit are often locked apart, so the reach into a stored turn
-    // differs from that into the turn it stands for.
-    std::vector<ForcedStrategy> forced = {force("r:0", -1, -1, 11)};
-    lock_half("r:0", forced[0]);
-    expect_results_match(forced, "flop root, odd hands locked, before training on");
-    train(4);
-    expect_results_match(forced, "flop root, odd hands locked, at iteration 7");
-    // A tree file keeps the rows and the locks, and is walked the same way.
-    const std::string file = testing::TempDir() + "locked_flop.tree";
-    run(cmd_dump_tree, {"dump_tree", file});
-    run(cmd_load_tree, {"load_tree", file});
-    std::remove(file.c_str());
-    forced[0].node = &engine->nodes[0];
-    expect_results_match(forced, "read back from a tree file");
+    iso_flop.flop = "Kc 7c 2d";
+    iso_flop.share = 0.08;
+    struct Case {
+        const char* name;
+        TestGame game;
+        int before, after;  // iterations before the lock and after
+        const char* path;
+        Card river;  // that the plain evaluation deals to reach the node
+        bool half;
+    };
+    const Case cases[] = {
+        {"IP after OOP's check", river_game(), 10, 72, "r:0:c", -1, false},
+        // Sums have begun: the forced actions' sums are zeroed, so the locked
+        // hands' average falls back on the forced weights.
+        {"OOP's root, half locked", river_game(), 70, 12, "r:0", -1, true},
+        {"a river row that streams", turn_game(), 8, 62, "r:0:c:c:7c", card_of("7c"), false},
+        {"IP facing a turn bet, half locked", turn_game(), 65, 10, "r:0:b50", -1, true},
+        // A hand and its image in the other missing suit are often locked
+        // apart, so the reach into a stored turn differs from that into the
+        // turn it stands for.
+        {"flop root under isomorphism, half locked", iso_flop, 3, 4, "r:0", -1, true},
+    };
+    for (size_t i = 0; i < std::size(cases); ++i) {
+        const Case& c = cases[i];
+        SCOPED_TRACE(c.name);
+        build_test_game(c.game);
+        train(c.before);
+        std::vector<ForcedStrategy> forced = {force_and_lock(c.path, c.river, c.half, unsigned(7 + i))};
+        const auto check = [&](const char* stage) {
+            SCOPED_TRACE(stage);
+            NaiveEvaluator naive(*engine, forced);
+            expect_matches_naive(naive, 1e-4);
+        };
+        check("locked");
+        train(c.after);
+        check("trained on");
+        const std::string file = testing::TempDir() + "locked.tree";
+        const ptrdiff_t node = forced[0].node - engine->nodes.data();
+        run(cmd_dump_tree, {"dump_tree", file});
+        run(cmd_load_tree, {"load_tree", file});
+        std::remove(file.c_str());
+        forced[0].node = &engine->nodes[node];
+        check("read back from a tree file");
+        if (i == 0) {
+            // The check has teeth: the locked player's free best response is
+            // worth more than the one held to the lock. With nothing forced
+            // the evaluation plays the stored rows, which are the forced weights.
+            NaiveEvaluator held(*engine, forced), unheld(*engine);
+            EXPECT_GT(unheld.evaluate(1).second, held.evaluate(1).second + 0.01);
+        }
+        destroy_engine();
+    }
 }
 
 TEST_F(NodeLocksTest, BoostRaisesTheActionInTrainingOnly) {
-    // Two runs of the same river game, one with a boost on OOP's bet.
+    // Runs of the same river game with a boost on OOP's bet.
     auto bet_share = [&](double boost) {
         build_test_game(river_game());
         train(5);
         const SolverProgressRecord before = calc_results_now();
         run(cmd_set_ev_boost, {"set_ev_boost", "r:0:b50", std::to_string(boost)});
         const SolverProgressRecord after = calc_results_now();
-        // The boost leaves an evaluation of the same strategy as it was.
+        // An evaluation of the same strategy is as it was.
         EXPECT_EQ(before.ev_oop, after.ev_oop);
         EXPECT_EQ(before.mes_ip, after.mes_ip);
         train(40);
@@ -192,10 +157,8 @@ TEST_F(NodeLocksTest, BoostRaisesTheActionInTrainingOnly) {
         return bets / count;
     };
     const double plain = bet_share(0.0);
-    const double boosted = bet_share(1.0);
-    const double damped = bet_share(-0.99);
-    EXPECT_GT(boosted, plain + 0.05);
-    EXPECT_LT(damped, 0.5 * plain);
+    EXPECT_GT(bet_share(1.0), plain + 0.05);
+    EXPECT_LT(bet_share(-0.99), 0.5 * plain);
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// Tree files read back in every version, written by the program and by the
-// tests' writer of older versions, and damaged ones refused without harm.
+// Tree files read back as they were written, and damaged ones refused
+// without harm.
 #include <gtest/gtest.h>
 
 #include <unistd.h>
@@ -11,12 +11,11 @@
 #include "solver/node_strategy.h"
 #include "solver/results.h"
 #include "solver/tree_file_commands.h"
-#include "solver/walk.h"
 #include "solver_test_support.h"
 #include "storage/file_channel.h"
-#include "storage/float_row_storage.h"
+#include "storage/memory_channel.h"
 #include "tree/boards.h"
-#include "tree_file_writer.h"
+#include "tree/tree_file.h"
 
 namespace {
 
@@ -97,11 +96,10 @@ std::vector<uint8_t> dump_bytes(const TreeDumpOptions& options = {}) {
     return channel.bytes;
 }
 
-// Builds a game at a level, as a file of `version` would hold it. Sums from
-// the first iteration on, so that a few iterations fill every kind of row.
-void build_for_version(const TestGame& game, int level, int version, int32_t average_mode = 2) {
+// Builds a game at a level. Sums from the first iteration on, so that a few
+// iterations fill every kind of row.
+void build_at_level(const TestGame& game, int level, int32_t average_mode = 2) {
     build_test_game(game);
-    engine->format_version = version;
     engine->average_strategy_mode = average_mode;
     compression_level = level;
     assign_storage(compression_pair(level));
@@ -126,7 +124,7 @@ TestGame small_turn_game() {
 
 class TreeFileTest : public testing::Test {
 protected:
-    static void SetUpTestSuite() { prepare_solver_tables(); }
+    static void SetUpTestSuite() { prepare_tables(); }
     void TearDown() override {
         destroy_engine();
         tree_info_lines.clear();
@@ -141,196 +139,51 @@ struct SolveCase {
     int iterations = 3;
 };
 
-// A solve saved in a version's form and loaded again reads as it did, and
-// continues as it would have without the file: strategies, results, and the
-// iterations after the load.
-void check_continuation(const SolveCase& c, int version) {
-    const bool was_isomorphic = isomorphism_by_street[first_street_of(c.game)];
-    isomorphism_by_street[first_street_of(c.game)] = c.isomorphic;
-    build_for_version(c.game, c.level, version, c.average_mode);
-    isomorphism_by_street[first_street_of(c.game)] = was_isomorphic;
-    SCOPED_TRACE("version " + std::to_string(version) + " level " + std::to_string(c.level) + " street " +
-                 std::to_string(first_street) + " isomorphism " + std::to_string(c.isomorphic));
-    tree_info_lines = {"first", ""};
-    solve(c.iterations);
-    OldFileChoices choices;
-    choices.version = version;
-    choices.entropy_rows = version == 6;
-    const std::vector<uint8_t> file = write_old_tree_file(choices);
-    if (version == 7) {
-        EXPECT_EQ(file, dump_bytes()) << "the program writes what the tests' writer does";
-    }
-    const SolveView saved = view_of(*engine);
-    const uint32_t isomorphism = engine->flags & isomorphism_on_flag;
-    if (first_street == flop_street) {
-        EXPECT_EQ(isomorphism != 0, c.isomorphic);
-    }
-    solve(3);
-    const SolveView continued = view_of(*engine);
-
-    load_bytes(file);
-    EXPECT_EQ(engine->format_version, version);
-    EXPECT_EQ(engine->flags & isomorphism_on_flag, isomorphism);
-    EXPECT_EQ(view_of(*engine), saved);
-    solve(3);
-    EXPECT_EQ(view_of(*engine), continued);
-    if (version >= 7) {
+// A solve saved and loaded again reads as it did, and continues as it would
+// have without the file: strategies, results, and the iterations after the
+// load. A river game crosses the averaging delay across the save; packed
+// stores also go through before any walk, when they have no streams yet.
+TEST_F(TreeFileTest, SolvesContinueAtEveryLevel) {
+    std::vector<SolveCase> cases;
+    for (int level = 0; level <= 5; ++level) cases.push_back({small_flop_game(), level, level % 2 == 0});
+    for (const int level : {2, 4}) cases.push_back({small_flop_game(), level, true, 2, 0});
+    cases.push_back({small_turn_game(), 0, false, 2, 4});
+    cases.push_back({river_game(), 0, true, 1, averaging_delay - 1});
+    cases.push_back({river_game(), 0, true, 1, averaging_delay + 1});
+    for (const SolveCase& c : cases) {
+        const bool was_isomorphic = isomorphism_by_street[first_street_of(c.game)];
+        isomorphism_by_street[first_street_of(c.game)] = c.isomorphic;
+        build_at_level(c.game, c.level, c.average_mode);
+        isomorphism_by_street[first_street_of(c.game)] = was_isomorphic;
+        SCOPED_TRACE("level " + std::to_string(c.level) + " street " + std::to_string(first_street) +
+                     " isomorphism " + std::to_string(c.isomorphic) + " iterations " + std::to_string(c.iterations));
+        tree_info_lines = {"first", ""};
+        solve(c.iterations);
+        const std::vector<uint8_t> file = dump_bytes();
+        const SolveView saved = view_of(*engine);
+        const uint32_t isomorphism = engine->flags & isomorphism_on_flag;
+        solve(3);
+        const SolveView continued = view_of(*engine);
+        load_bytes(file);
+        EXPECT_EQ(engine->flags & isomorphism_on_flag, isomorphism);
+        EXPECT_EQ(view_of(*engine), saved);
+        solve(3);
+        EXPECT_EQ(view_of(*engine), continued);
         EXPECT_EQ(tree_info_lines, (std::vector<std::string>{"first", ""}));
+        destroy_engine();
     }
 }
 
-// Every older version's reading path, on every store class: levels only
-// change the river stores of a flop tree, so the flop takes them in turn. The
-// river game crosses the averaging delay across the save.
-TEST_F(TreeFileTest, EveryVersionContinuesTheSolve) {
-    const SolveCase cases[] = {{river_game(), 0, true, 1, averaging_delay - 1},
-                               {small_flop_game(), 1},
-                               {small_flop_game(), 2, false},
-                               {small_turn_game(), 0, true, 2, 4},
-                               {small_flop_game(), 3},
-                               {small_flop_game(), 4},
-                               {small_flop_game(), 5, false},
-                               {small_flop_game(), 0}};
-    int round = 0;
-    for (int version = 0; version <= 6; ++version)
-        for (int pick = 0; pick < 2; ++pick) check_continuation(cases[round++ % std::size(cases)], version);
-}
-
-// The version dump_tree writes, at every level, with isomorphism on and off.
-TEST_F(TreeFileTest, VersionSevenAtEveryLevel) {
-    for (int level = 0; level <= 5; ++level) check_continuation({small_flop_game(), level, level % 2 == 0}, 7);
-    check_continuation({small_turn_game(), 0, false, 2, 4}, 7);
-    check_continuation({river_game(), 0, true, 1, averaging_delay + 1}, 7);
-}
-
-// A packed store that was never walked has no streams; the first walk after
-// the load makes them, as it would have without the file.
-TEST_F(TreeFileTest, PackedStoresWithoutStreams) {
-    for (const int level : {2, 4}) {
-        build_for_version(small_flop_game(), level, 7);
-        const std::vector<uint8_t> file = dump_bytes();
-        solve(5);
-        const SolveView direct = view_of(*engine);
-        load_bytes(file);
-        solve(5);
-        EXPECT_EQ(view_of(*engine), direct);
-    }
-}
-
-// Lock masks go through the file with the rows; a mask whose first hand is
-// locked starts with a run of length 0.
-TEST_F(TreeFileTest, LockRecordsOfEveryStore) {
-    for (const int level : {0, 3, 5}) {
-        build_for_version(small_flop_game(), level, 7);
-        solve(2);
-        int locked = 0;
-        for (TreeNode& node : engine->nodes) {
-            if (!node.regrets) continue;
-            const int turn = node.street == flop_street ? -1 : 1;
-            const int river = node.street == river_street ? 2 : -1;
-            LockRecord* record = node.regrets->lock_record(turn, river);
-            ASSERT_NE(record, nullptr);
-            const int hands = node.regrets->row_length(turn, river);
-            record->flags = lock_flag_node | lock_flag_mask;
-            record->lock_mask = std::make_unique<uint8_t[]>(hands);
-            for (int h = 0; h < hands; ++h) record->lock_mask[h] = (h + locked) % 3 == 0;
-            record->lock_mask_length = hands;
-            ++locked;
-        }
-        const std::vector<uint8_t> file = dump_bytes();
-        load_bytes(file);
-        int seen = 0;
-        for (TreeNode& node : engine->nodes) {
-            if (!node.regrets) continue;
-            const int turn = node.street == flop_street ? -1 : 1;
-            const int river = node.street == river_street ? 2 : -1;
-            const LockRecord* record = node.regrets->lock_record(turn, river);
-            const int hands = node.regrets->row_length(turn, river);
-            ASSERT_EQ(record->flags, lock_flag_node | lock_flag_mask);
-            ASSERT_EQ(record->lock_mask_length, hands);
-            for (int h = 0; h < hands; ++h) ASSERT_EQ(record->lock_mask[h], (h + seen) % 3 == 0) << h;
-            ++seen;
-        }
-        EXPECT_EQ(seen, locked);
-    }
-}
-
-// A file of a tree forgotten from the river: no river stores, the solved
-// streets in thousandths with the last action implied, reach vectors kept.
-// The program writes such a tree back as it read it.
-TEST_F(TreeFileTest, TreeForgottenFromTheRiver) {
-    for (const int version : {3, 5, 7}) {
-        build_for_version(small_flop_game(), 0, version);
-        solve(4);
-        // Reach at the river's first nodes as forgetting leaves them.
-        for (TreeNode& node : engine->nodes) {
-            if (!node.cache || node.street != river_street) continue;
-            for (int g = 0; g < turn_group_slots; ++g) {
-                for (HandVector& reach : node.cache[g].reach_sum) {
-                    if (!reach.data) continue;
-                    for (int h = 0; h < reach.count; ++h) reach.data[h] = std::fmod(reach.data[h], 1.5f);
-                }
-                node.cache[g].frozen = true;
-                node.cache[g].solved_cards = 0x5;
-            }
-        }
-        OldFileChoices choices;
-        choices.version = version;
-        choices.cut_from = river_street;
-        choices.hooks = solver_tree_file_hooks();
-        const std::vector<uint8_t> file = write_old_tree_file(choices);
-        const SolveView whole = view_of(*engine);
-        load_bytes(file);
-
-        SubgameEngine& e = *engine;
-        EXPECT_EQ(e.forgotten_from, river_street);
-        EXPECT_TRUE(e.flags & incomplete_tree_flag);
-        for (const TreeNode& node : e.nodes) {
-            if (node.street == river_street) {
-                EXPECT_FALSE(node.regrets);
-            }
-            if (node.cache && node.street == river_street) {
-                EXPECT_TRUE(node.cache[0].frozen);
-                EXPECT_EQ(node.cache[0].solved_cards, 0x5u);
-            }
-        }
-        if (version < 4) continue;  // older files keep the solved streets' stores whole
-        // The root's strategy, from thousandths: within a thousandth of the
-        // whole tree's, shares of each hand summing to one.
-        const TreeNode& root = e.nodes[0];
-        const int hands = static_cast<int>(e.root_board->hands.size());
-        const int actions = static_cast<int>(root.children.size());
-        std::vector<float> shown(size_t(actions) * hands);
-        read_reported_strategy(e, root, -1, -1, hands, shown.data());
-        for (int h = 0; h < hands; ++h) {
-            float total = 0;
-            for (int a = 0; a < actions; ++a) {
-                EXPECT_NEAR(shown[size_t(a) * hands + h], whole.strategies[size_t(a) * hands + h], 1.5e-3);
-                total += shown[size_t(a) * hands + h];
-            }
-            EXPECT_NEAR(total, 1.0f, 1e-5);
-        }
-        const std::vector<uint8_t> again = dump_bytes();
-        load_bytes(again);
-        std::vector<float> reloaded(shown.size());
-        read_reported_strategy(*engine, engine->nodes[0], -1, -1, hands, reloaded.data());
-        EXPECT_EQ(reloaded, shown);
-        EXPECT_EQ(dump_bytes(), again) << "a forgotten tree goes through the file unchanged";
-    }
-}
-
-// Damaged files are refused with one of the load's replies, never a crash, a
-// hang or an allocation beyond the file; the tree that was there stays.
 TEST_F(TreeFileTest, DamagedFilesLeaveTheTreeAlone) {
     std::vector<std::vector<uint8_t>> files;
     std::vector<FieldStarts> boundaries;
     for (const int level : {1, 3, 4, 5}) {
-        build_for_version(small_flop_game(), level, 7);
+        build_at_level(small_flop_game(), level);
         solve(3);
         files.push_back(dump_bytes());
         boundaries.push_back(field_starts(files.back()));
     }
-    build_for_version(river_game(), 0, 7);
+    build_at_level(river_game(), 0);
     solve(2);
     tree_info_lines = {"kept"};
     const SubgameEngine* kept = engine.get();
@@ -355,7 +208,7 @@ TEST_F(TreeFileTest, DamagedFilesLeaveTheTreeAlone) {
             // A file that reads may still hold garbage: walking it must be safe.
             calc_results_now();
             destroy_engine();
-            build_for_version(river_game(), 0, 7);
+            build_at_level(river_game(), 0);
             solve(2);
             tree_info_lines = {"kept"};
             kept = engine.get();
