@@ -16,6 +16,7 @@
 #include "storage/memory_channel.h"
 #include "tree/boards.h"
 #include "tree/tree_file.h"
+#include "tree_file_writer.h"
 
 namespace {
 
@@ -98,8 +99,9 @@ std::vector<uint8_t> dump_bytes(const TreeDumpOptions& options = {}) {
 
 // Builds a game at a level. Sums from the first iteration on, so that a few
 // iterations fill every kind of row.
-void build_at_level(const TestGame& game, int level, int32_t average_mode = 2) {
+void build_at_level(const TestGame& game, int level, int32_t average_mode = 2, int version = 7) {
     build_test_game(game);
+    engine->format_version = version;
     engine->average_strategy_mode = average_mode;
     compression_level = level;
     assign_storage(compression_pair(level));
@@ -139,10 +141,42 @@ struct SolveCase {
     int iterations = 3;
 };
 
-// A solve saved and loaded again reads as it did, and continues as it would
-// have without the file: strategies, results, and the iterations after the
-// load. A river game crosses the averaging delay across the save; packed
-// stores also go through before any walk, when they have no streams yet.
+// A solve saved in a version's form and loaded again reads as it did, and
+// continues as it would have without the file: strategies, results, and the
+// iterations after the load. The program writes version 7, which must be the
+// bytes of the tests' writer; older versions come from that writer alone.
+void check_continuation(const SolveCase& c, int version) {
+    const bool was_isomorphic = isomorphism_by_street[first_street_of(c.game)];
+    isomorphism_by_street[first_street_of(c.game)] = c.isomorphic;
+    build_at_level(c.game, c.level, c.average_mode, version);
+    isomorphism_by_street[first_street_of(c.game)] = was_isomorphic;
+    SCOPED_TRACE("version " + std::to_string(version) + " level " + std::to_string(c.level) + " street " +
+                 std::to_string(first_street) + " isomorphism " + std::to_string(c.isomorphic) + " iterations " +
+                 std::to_string(c.iterations));
+    tree_info_lines = {"first", ""};
+    solve(c.iterations);
+    const std::vector<uint8_t> file = write_old_tree_file({version, version == 6});
+    if (version == 7) {
+        EXPECT_EQ(file, dump_bytes());
+    }
+    const SolveView saved = view_of(*engine);
+    const uint32_t isomorphism = engine->flags & isomorphism_on_flag;
+    solve(3);
+    const SolveView continued = view_of(*engine);
+    load_bytes(file);
+    EXPECT_EQ(engine->format_version, version);
+    EXPECT_EQ(engine->flags & isomorphism_on_flag, isomorphism);
+    EXPECT_EQ(view_of(*engine), saved);
+    solve(3);
+    EXPECT_EQ(view_of(*engine), continued);
+    if (version == 7) {
+        EXPECT_EQ(tree_info_lines, (std::vector<std::string>{"first", ""}));
+    }
+    destroy_engine();
+}
+
+// A river game crosses the averaging delay across the save; packed stores
+// also go through before any walk, when they have no streams yet.
 TEST_F(TreeFileTest, SolvesContinueAtEveryLevel) {
     std::vector<SolveCase> cases;
     for (int level = 0; level <= 5; ++level) cases.push_back({small_flop_game(), level, level % 2 == 0});
@@ -150,28 +184,22 @@ TEST_F(TreeFileTest, SolvesContinueAtEveryLevel) {
     cases.push_back({small_turn_game(), 0, false, 2, 4});
     cases.push_back({river_game(), 0, true, 1, averaging_delay - 1});
     cases.push_back({river_game(), 0, true, 1, averaging_delay + 1});
-    for (const SolveCase& c : cases) {
-        const bool was_isomorphic = isomorphism_by_street[first_street_of(c.game)];
-        isomorphism_by_street[first_street_of(c.game)] = c.isomorphic;
-        build_at_level(c.game, c.level, c.average_mode);
-        isomorphism_by_street[first_street_of(c.game)] = was_isomorphic;
-        SCOPED_TRACE("level " + std::to_string(c.level) + " street " + std::to_string(first_street) +
-                     " isomorphism " + std::to_string(c.isomorphic) + " iterations " + std::to_string(c.iterations));
-        tree_info_lines = {"first", ""};
-        solve(c.iterations);
-        const std::vector<uint8_t> file = dump_bytes();
-        const SolveView saved = view_of(*engine);
-        const uint32_t isomorphism = engine->flags & isomorphism_on_flag;
-        solve(3);
-        const SolveView continued = view_of(*engine);
-        load_bytes(file);
-        EXPECT_EQ(engine->flags & isomorphism_on_flag, isomorphism);
-        EXPECT_EQ(view_of(*engine), saved);
-        solve(3);
-        EXPECT_EQ(view_of(*engine), continued);
-        EXPECT_EQ(tree_info_lines, (std::vector<std::string>{"first", ""}));
-        destroy_engine();
-    }
+    for (const SolveCase& c : cases) check_continuation(c, 7);
+}
+
+// Files of older versions still load: each version's reading path meets two
+// of the games and levels in turn.
+TEST_F(TreeFileTest, OlderVersionsContinueTheSolve) {
+    const SolveCase cases[] = {{river_game(), 0, true, 1, averaging_delay - 1},
+                               {small_flop_game(), 1},
+                               {small_flop_game(), 2, false},
+                               {small_turn_game(), 0, true, 2, 4},
+                               {small_flop_game(), 3},
+                               {small_flop_game(), 4},
+                               {small_flop_game(), 5, false}};
+    int round = 0;
+    for (int version = 0; version <= 6; ++version)
+        for (int pick = 0; pick < 2; ++pick) check_continuation(cases[round++ % std::size(cases)], version);
 }
 
 TEST_F(TreeFileTest, DamagedFilesLeaveTheTreeAlone) {
