@@ -77,6 +77,16 @@ TEST_F(SolverDriverTest, AccuracyStopsAtTheFirstResultAndAnIncompleteTreeNeverSt
     EXPECT_EQ(engine->iterations, 25);
 }
 
+// This game runs thousands of iterations a second: neither the ceiling nor a
+// rounding-negative exploitability may end a timed run first.
+TEST_F(SolverDriverTest, TimeoutAfterTheSeconds) {
+    engine->max_iterations = INT32_MAX;
+    accuracy = -1;
+    const uint64_t start = clock_ns();
+    EXPECT_EQ(run(1, false).stop, SolverStop::timeout);
+    EXPECT_GE(clock_ns() - start, 1000000000u);
+}
+
 TEST_F(SolverDriverTest, StopAndTheIterationCeilingAreRequests) {
     heard = Heard{};
     ASSERT_TRUE(start_solver(0, false));
