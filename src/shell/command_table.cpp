@@ -27,6 +27,7 @@ constexpr int var = -1;  // the handler checks its own token count
 constexpr CommandChecks tree = needs_tree;
 constexpr CommandChecks player = player_word;
 constexpr CommandChecks solving = not_while_solving;
+constexpr CommandChecks argument = needs_argument;
 
 // Another name of `command`, which has a row of its own.
 constexpr CommandEntry alias(const char* name, const char* command) {
@@ -66,7 +67,7 @@ constexpr CommandEntry table[] = {
     {"free_tree", cmd_free_tree, 1, solving, "", "release the game tree"},
     {"load_tree", cmd_load_tree, 2, solving, "<file>",
      "replace the tree by a saved one; a file that can't be read leaves the tree as it was"},
-    {"dump_tree", cmd_dump_tree, var, solving, "<file> [no_values]",
+    {"dump_tree", cmd_dump_tree, var, argument | tree | solving, "<file> [no_values]",
      "save the tree and its solve, whole or not at all; no_values leaves out the EVs of chance positions"},
     {"show_node", cmd_show_node, 2, tree, "<path>", "a node's record"},
     {"show_children", cmd_show_children, 2, tree, "<path>", "the records of a node's children"},

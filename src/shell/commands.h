@@ -13,8 +13,10 @@
 
 using CommandHandler = void (*)(const Tokens& tokens);
 
-// What the interpreter makes sure of before it calls a handler, in this
-// order, after the token count.
+// What the interpreter makes sure of before it calls a handler, after the
+// token count: the player word, the running solver, the argument, the tree.
+// A solver runs only on a built tree, so the solver and the tree checks can
+// never both refuse a line.
 using CommandChecks = unsigned;
 constexpr CommandChecks no_checks = 0;
 // Token 1 names a player ("OOP", "hero", "IP", "villain"); a missing or
@@ -27,6 +29,10 @@ constexpr CommandChecks tree_for_path = 4;
 // Refused with "Can't do that when solver is running" while a run goes on:
 // the command would change or drop the tree the solver walks.
 constexpr CommandChecks not_while_solving = 8;
+// A word after the command word must be there, for a command whose token
+// count is its own to check: its absence is the argument error, which comes
+// before the tree.
+constexpr CommandChecks needs_argument = 16;
 
 struct CommandEntry {
     const char* name;

@@ -23,16 +23,17 @@ void echo_line(const Tokens& tokens) {
 bool tree_built() { return tree_ready && engine; }
 
 // The checks a row asks for, in the order clients see their refusals: the
-// token count, the player word, the tree, the running solver.
+// token count, the player word, the running solver, the argument, the tree.
 void check_line(const CommandEntry& command, const Tokens& tokens) {
     if (command.arg_count > 0 && static_cast<size_t>(command.arg_count) != tokens.size()) throw_argument_error();
     current_command = tokens[0];
     if ((command.checks & player_word) && (tokens.size() < 2 || !player_from_name(tokens[1])))
         throw_argument_error();
-    const bool tree_needed = (command.checks & needs_tree) || ((command.checks & tree_for_path) && tokens.size() > 2);
-    if (tree_needed && !tree_built()) throw_command_error("missing/incorrect tree");
     if ((command.checks & not_while_solving) && solver_running())
         throw_command_error("Can't do that when solver is running");
+    if ((command.checks & needs_argument) && tokens.size() < 2) throw_argument_error();
+    const bool tree_needed = (command.checks & needs_tree) || ((command.checks & tree_for_path) && tokens.size() > 2);
+    if (tree_needed && !tree_built()) throw_command_error("missing/incorrect tree");
 }
 
 void dispatch(const Tokens& tokens) {

@@ -29,10 +29,6 @@ void cmd_load_tree(const Tokens& tokens) {
 }
 
 void cmd_dump_tree(const Tokens& tokens) {
-    // The path is asked for before the tree, so the table leaves the tree to
-    // this handler.
-    if (tokens.size() < 2) throw_argument_error();
-    if (!tree_ready || !engine) throw_command_error("missing/incorrect tree");
     TreeDumpOptions options;
     for (size_t i = 2; i < tokens.size(); ++i) {
         if (tokens[i] == "no_values") {
