@@ -56,7 +56,8 @@ extern std::mutex history_lock;
 void libsubgame_init(int32_t value);
 
 // Starts a run; false when a run exists, the tree is incomplete or a store
-// could not be opened. `limit` counts steps or seconds, 0 for none.
+// could not be opened. `limit` counts steps or seconds. 0 seconds is no limit;
+// 0 steps still runs one iteration, as the limit is checked after each.
 bool start_solver(int32_t limit, bool limit_is_steps);
 // A thread started while held waits before its first line and its first
 // iteration until the hold is released.

@@ -59,10 +59,6 @@ int parse_int(const std::string& text) {
     return convert_or_invalid(text, [](const std::string& t) { return std::stoi(t, nullptr, 10); });
 }
 
-long long parse_int64(const std::string& text) {
-    return convert_or_invalid(text, [](const std::string& t) { return std::stoll(t, nullptr, 10); });
-}
-
 double parse_double(const std::string& text) {
     return convert_or_invalid(text, [](const std::string& t) { return std::stod(t); });
 }

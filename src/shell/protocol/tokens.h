@@ -18,7 +18,6 @@ std::string join_tokens(const Tokens& tokens, size_t first, size_t last);
 // ignored. Text that is not a number, or a number out of range for the type,
 // throws std::invalid_argument, which the interpreter answers "Invalid value".
 int parse_int(const std::string& text);
-long long parse_int64(const std::string& text);
 double parse_double(const std::string& text);
 // As parse_double, and infinities and NaNs are refused the same way.
 double parse_finite_double(const std::string& text);
